@@ -1,0 +1,23 @@
+// Reads one number from a text by the rules of the scanf family: leading white space is
+// skipped and not counted, then at most `width` characters of sign, prefix and digits.
+// Pure; any thread. Empty when no digit was found: the caller's value then stays as it was.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include <optional>
+#include <string_view>
+
+namespace tal_text {
+
+constexpr size_t anyWidth = static_cast<size_t>(-1);
+
+// As "%d" and "%u" after conversion to 32 bits: values beyond 64 bits saturate, then the low
+// 32 bits count; a minus sign negates modulo 2^32.
+std::optional<uint32_t> scanDecimal(std::string_view text, size_t width = anyWidth);
+
+// As "%x": an optional "0x" counts towards the width.
+std::optional<uint32_t> scanHex(std::string_view text, size_t width = anyWidth);
+
+}  // namespace tal_text
