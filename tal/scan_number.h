@@ -13,11 +13,13 @@ namespace tal_text {
 
 constexpr size_t anyWidth = static_cast<size_t>(-1);
 
-// As "%d" and "%u" after conversion to 32 bits: values beyond 64 bits saturate, then the low
-// 32 bits count; a minus sign negates modulo 2^32.
+// As "%d", taken as the low 32 bits; up to 18 digits "%u" reads the same bits.
 std::optional<uint32_t> scanDecimal(std::string_view text, size_t width = anyWidth);
 
 // As "%x": an optional "0x" counts towards the width.
 std::optional<uint32_t> scanHex(std::string_view text, size_t width = anyWidth);
+
+// As scanHex, and takes what was read off the front of the text; a failed read takes nothing.
+std::optional<uint32_t> takeHex(std::string_view& text, size_t width = anyWidth);
 
 }  // namespace tal_text
