@@ -36,10 +36,10 @@ struct Scanned {
 };
 
 std::optional<Scanned> scan(std::string_view text, size_t width, unsigned base) {
-    size_t at = 0;
-    while (at < text.size() && isSpace(text[at]))
-        ++at;
-    text = text.substr(at, width);
+    size_t blanks = 0;
+    while (blanks < text.size() && isSpace(text[blanks]))
+        ++blanks;
+    text = text.substr(blanks, width);
 
     Scanned number;
     size_t at = 0;
