@@ -16,6 +16,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // One login as exchanged with ISA, kept per interface and stored in the storage file.
@@ -301,8 +302,37 @@ private:
     // false at the end. Entries made during the walk are met when they lie ahead.
     bool nextIntf(std::optional<unsigned>& intf);
 
-    void talEventHandle(const char* event);
-    void configurationApplyStopHandle();
+    // The interface check itself, without the manager's lock.
+    bool intfKnown(unsigned ifId);
+    void interfaceStateChange(unsigned intf, int event);
+    void eventHandle(std::string_view line);
+    bool takeStoredRequest(unsigned intf);
+    void storePendingLogin(unsigned intf);
+    talResultCode operStateSet(unsigned intf, bool state, const char* operation,
+                               unsigned (TalFea::*engineSet)(unsigned, unsigned),
+                               const char* engineRefused);
+
+    // interface_settings: the frame that the six settings share
+    template <class Value>
+    struct IntfSetting;
+    struct IntfSettings;
+    template <class Value>
+    talResultCode settingSet(const IntfSetting<Value>& setting, unsigned intf, Value value);
+    template <class Value>
+    bool settingPush(const IntfSetting<Value>& setting, unsigned intf, Value value,
+                     const char* engineRefused);
+    template <class Value>
+    talResultCode settingGet(const IntfSetting<Value>& setting, unsigned intf, Value* value);
+    template <class Value>
+    unsigned settingDefaultSet(const IntfSetting<Value>& setting, unsigned intf);
+    template <class Value>
+    talResultCode settingDefaultGet(const IntfSetting<Value>& setting, unsigned intf, Value* value);
+    void purgeAfterAdminState(unsigned intf, bool state);
+    void purgeAfterAuthenAdminState(unsigned intf, bool state);
+    void purgeAfterAuthorAdminState(unsigned intf, bool state);
+    void purgeAfterAutoReqAdminState(unsigned intf, bool state);
+
+    static constexpr unsigned accessIntfType = 1;  // the registry's type that carries subscribers
 
     std::atomic<bool> adminState_{false};
     std::atomic<bool> requestState_{false};
