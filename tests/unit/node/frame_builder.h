@@ -52,7 +52,7 @@ struct Ip {
     uint32_t source = 0x0a010203;
     unsigned protocol = 17;
     unsigned fragment = 0;  // the 16 bits of flags and offset
-    Buffer options;         // a multiple of 4 bytes, at most 40
+    Buffer options = {};    // a multiple of 4 bytes, at most 40
 };
 
 inline Buffer ipv4(const Buffer& payload, const Ip& ip = {}) {
@@ -85,9 +85,9 @@ struct Dhcp {
     unsigned operation = 1;
     unsigned hardwareSize = 6;
     uint32_t cookie = 0x63825363;
-    Buffer serverName;  // at most 64 bytes
-    Buffer file;        // at most 128 bytes
-    Buffer options;     // with the end option where the test wants one
+    Buffer serverName = {};  // at most 64 bytes
+    Buffer file = {};        // at most 128 bytes
+    Buffer options = {};     // with the end option where the test wants one
 };
 
 inline Buffer dhcp(const Dhcp& message) {
