@@ -5,6 +5,8 @@
 
 #include <stdint.h>
 
+#define MATCH_ALL_BITS 0xffffffffU
+
 // One enumeration, so that the numbers can be added to each other without a cast.
 enum {
     // Ethernet: destination 0, source 6, then tags, then the type. A tag is the tag's own type,
@@ -68,6 +70,29 @@ enum {
     MATCH_RELAY_REMOTE_ID = 2,
     MATCH_OVERLOAD_FILE = 1,  // bits of option 52
     MATCH_OVERLOAD_SERVER_NAME = 2,
+
+    // A condition's type, and the code and sub-code that go with it (matchKinds).
+    MATCH_ANY_FRAME = 0,
+    MATCH_ETHER_TYPE_RULE = 1,
+    MATCH_DHCP_RULE = 2,
+    MATCH_VENDOR_ID_RULE = 3,
+    MATCH_REMOTE_ID_RULE = 4,
+    MATCH_CLIENT_ID_RULE = 5,
+    MATCH_SOURCE_MAC_RULE = 6,
+    MATCH_SOURCE_IP_RULE = 7,
+    MATCH_OUTER_VLAN_RULE = 8,
+    MATCH_USER_PATTERN_RULE = 9,
+    MATCH_RULE_TYPES = 10,
+    MATCH_DHCP_CODE = 29,
+
+    // Selection byte of a DHCP condition.
+    MATCH_SELECT_ANY_MESSAGE = 1,
+    MATCH_SELECT_DISCOVER = 3,
+
+    // The user pattern: 32 words over the first 128 bytes of the frame, tags in line. Word i
+    // stands for the bytes 4i to 4i + 3, the first of them in its top 8 bits.
+    MATCH_PATTERN_WORDS = 32,
+    MATCH_PATTERN_BYTES = 128,
 };
 
 static inline uint32_t matchBe16(const uint8_t* bytes) {
@@ -82,4 +107,62 @@ static inline uint32_t matchBe32(const uint8_t* bytes) {
 static inline int matchIsTag(uint32_t etherType) {
     return etherType == MATCH_TYPE_VLAN || etherType == MATCH_TYPE_SERVICE_VLAN ||
            etherType == MATCH_TYPE_OLD_QINQ;
+}
+
+// Indexed by rule type.
+static const struct {
+    uint32_t code;
+    uint32_t subCode;  // looked at with MATCH_DHCP_CODE only
+} matchKinds[MATCH_RULE_TYPES] = {{0, 0},
+                                  {5, 0},
+                                  {MATCH_DHCP_CODE, 0},
+                                  {MATCH_DHCP_CODE, 1},
+                                  {MATCH_DHCP_CODE, 2},
+                                  {MATCH_DHCP_CODE, 4},
+                                  {3, 0},
+                                  {11, 0},
+                                  {6, 0},
+                                  {34, 0}};
+
+// A condition whose numbers do not belong together describes no frame.
+static inline int matchKindIsKnown(uint32_t type, uint32_t code, uint32_t subCode) {
+    return type < MATCH_RULE_TYPES && code == matchKinds[type].code &&
+           (code != MATCH_DHCP_CODE || subCode == matchKinds[type].subCode);
+}
+
+static inline int matchSelection(uint32_t selection, uint32_t messageType) {
+    return selection == MATCH_SELECT_ANY_MESSAGE ||
+           (selection == MATCH_SELECT_DISCOVER && messageType == MATCH_DHCP_DISCOVER);
+}
+
+// Whether the data begin with the pattern; a pattern of length 0 begins everything.
+static inline int matchPrefix(const uint8_t* data, uint32_t size, const char* pattern,
+                              uint32_t length) {
+    if (size < length) {
+        return 0;
+    }
+    for (uint32_t i = 0; i < length; ++i) {
+        if (((data[i] ^ pattern[i]) & 0xff) != 0) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+static inline int matchMac(const uint8_t* mac, const uint8_t* wanted, const uint8_t* mask) {
+    uint32_t difference = 0;
+    for (uint32_t i = 0; i < MATCH_MAC_SIZE; ++i) {
+        difference |= ((0U + mac[i]) ^ wanted[i]) & mask[i];
+    }
+    return difference == 0;
+}
+
+static inline int matchWord(uint32_t value, uint32_t wanted, uint32_t mask) {
+    return ((value ^ wanted) & mask) == 0;
+}
+
+// The bits of the word at `offset` that a frame of `size` bytes has.
+static inline uint32_t matchPresentBits(uint32_t size, uint32_t offset) {
+    const uint32_t bytes = size > offset ? size - offset : 0;
+    return bytes >= 4 ? MATCH_ALL_BITS : ~(MATCH_ALL_BITS >> 8 * bytes);
 }
