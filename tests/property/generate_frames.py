@@ -82,12 +82,15 @@ def ether_type_rules(rng):
         value = values[i] if i < len(values) else 0x0600 + 2 * rng.randrange(0x3c00)
         yield conditions.ether_type(value), (
             lambda facts, value=value: facts.ether_type == value), cases(value)
-    # A tag's type is never the frame's type.
-    for value in (0x8100, 0x88a8, 0x9100):
-        def tagged():
+    # A tag's type is never the frame's type, and type 0 is that of a frame that has none.
+    for value in (0, 0x8100, 0x88a8, 0x9100):
+        def never():
             while True:
                 yield "tagged", frame(rng, any_packet(rng), tags=tags(rng, 1)), False
-        yield conditions.ether_type(value), lambda facts: False, tagged()
+                yield "cut in the tag", frame(rng, any_packet(rng), tags=tags(rng, 1),
+                                              cut=rng.randrange(14, 18)), False
+                yield "type 0", frame(rng, RawSpec(0, rng.randbytes(20))), False
+        yield conditions.ether_type(value), lambda facts: False, never()
 
 
 def dhcp_rules(rng):

@@ -81,7 +81,8 @@ def message_cases(rng, selection):
         yield "repeated", message_frame(rng, mixed(
             rng, [message_type(rng)], first=[Option(53, b""), message_type(rng, value)])), \
             taken(value)
-        yield "behind the end", message_frame(rng, [End(), message_type(rng, value)]), False
+        yield "behind the end", message_frame(
+            rng, [End(), Pads(rng.randrange(2)), message_type(rng, value)]), False
         yield "behind an option too long", message_frame(
             rng, [Option(12, b"host", claim=200), message_type(rng, value)]), False
         if rng.random() < 0.5:
@@ -103,11 +104,12 @@ def message_cases(rng, selection):
             yield label, spec, False
 
 
-def place(rule_type, data):
+def place(rng, rule_type, data):
     """The option that the rule type looks at."""
     if rule_type == 4:
-        return relay(Option(1, b"c1"), Option(2, data)) if len(data) < 240 \
-            else relay(Option(2, data))
+        # Pad and end are not known among sub-options.
+        before = rng.choice((Option(0, b"\2\2"), Option(1, b"c1"), Option(255, b"")))
+        return relay(before, Option(2, data)) if len(data) < 240 else relay(Option(2, data))
     return Option(60 if rule_type == 3 else 61, data)
 
 
@@ -140,7 +142,7 @@ def option_cases(rng, rule_type, pattern):
         return number.to_bytes(size, "big") + rng.randbytes(extra)
 
     def stands(data, first=()):
-        return mixed(rng, [message_type(rng), place(rule_type, data)], first=first)
+        return mixed(rng, [message_type(rng), place(rng, rule_type, data)], first=first)
 
     while True:
         yield "begins", message_frame(rng, stands(good())), True
@@ -158,38 +160,43 @@ def option_cases(rng, rule_type, pattern):
             yield "one bit", message_frame(rng, stands(wrong)), sure
             yield "a byte too short", message_frame(rng, stands(pattern[:-1])), False
             yield "repeated, the first counts", message_frame(rng, stands(
-                good(), first=[place(rule_type, wrong)])), sure
+                good(), first=[place(rng, rule_type, wrong)])), sure
             yield "repeated, the first is good", message_frame(rng, stands(
-                wrong, first=[place(rule_type, good())])), True
+                wrong, first=[place(rng, rule_type, good())])), True
             yield "shifted", message_frame(rng, stands(
                 (rng.randbytes(1) + good())[:longest])), True if rule_type == 5 else None
         yield "repeated, the first is empty", message_frame(rng, stands(
-            good(), first=[place(rule_type, b"")])), True
+            good(), first=[place(rng, rule_type, b"")])), True
         yield "behind the end", message_frame(
-            rng, [message_type(rng), End(), place(rule_type, good())]), False
+            rng, [message_type(rng), End(), Pads(rng.randrange(2)),
+                  place(rng, rule_type, good())]), False
         yield "behind an option too long", message_frame(
             rng, [message_type(rng), Option(12, b"host", claim=255),
-                  place(rule_type, good()[:200])]), False
+                  place(rng, rule_type, good()[:200])]), False
         yield "too long itself", message_frame(rng, oversize(rng, rule_type, good())), False
         if size < 50:
             field = rng.choice(("file", "sname"))
             mark = 1 if field == "file" else 2
             data = good()[:54] if rule_type == 4 else good()[:60]
-            inside = [place(rule_type, data), End()]
+            inside = [place(rng, rule_type, data), End()]
             yield "overloaded " + field, message_frame(
                 rng, mixed(rng, [message_type(rng), Option(52, bytes((mark | rng.choice(
                     (0, 3)),)))]), **{field: inside}), True
+            yield "overloaded again", message_frame(
+                rng, mixed(rng, [message_type(rng)], first=[
+                    Option(52, bytes((3 - mark,))), Option(52, b"\3")]), **{field: inside}), False
             yield "not overloaded " + field, message_frame(
                 rng, mixed(rng, [message_type(rng)] + [Option(52, bytes((3 - mark,)))] *
                            rng.randrange(2)), **{field: inside}), False
-        for label, spec in too_long_lengths(rng, [message_type(rng), place(rule_type, good())]):
+        for label, spec in too_long_lengths(
+                rng, [message_type(rng), place(rng, rule_type, good())]):
             yield label, spec, True
         yield "cut", message_frame(rng, stands(good()), cut=True), None
         yield "cut in the option", cut_in_option(rng, rule_type, good()), False
-        yield "plain BOOTP", message_frame(rng, mixed(rng, [place(rule_type, good())])), False
+        yield "plain BOOTP", message_frame(rng, mixed(rng, [place(rng, rule_type, good())])), False
         yield "other client", frame(rng, identified_client(rng)), None
         yield "other", frame(rng, any_packet(rng)), None
-        for label, spec in lengths(rng, [message_type(rng)], [place(rule_type, good())]):
+        for label, spec in lengths(rng, [message_type(rng)], [place(rng, rule_type, good())]):
             yield label, spec, False
         for label, spec in not_from_a_client(rng, stands(good())):
             yield label, spec, False
@@ -201,12 +208,12 @@ def oversize(rng, rule_type, data):
         data = data[:200]
         return mixed(rng, [message_type(rng),
                            relay(Option(2, data, claim=rng.randrange(len(data) + 1, 256)))])
-    option = place(rule_type, data[:200])
+    option = place(rng, rule_type, data[:200])
     option.claim = rng.randrange(len(option.data) + 1, 256)
     return [message_type(rng), option]
 
 
 def cut_in_option(rng, rule_type, data):
-    spec = message_frame(rng, [message_type(rng), place(rule_type, data)])
+    spec = message_frame(rng, [message_type(rng), place(rng, rule_type, data)])
     spec.cut = len(build(spec).frame) - rng.randrange(1, len(data) + 1)
     return spec
