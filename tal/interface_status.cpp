@@ -1,5 +1,6 @@
 // What the engine says about an interface, asked anew at each call. The table is not touched;
-// interface 0 is handed to the engine as it is.
+// interface 0 is handed to the engine as it is. After a refusal the outputs hold what the engine
+// left in them.
 #include <syslog.h>
 
 #include "platform/bllmanager.h"
@@ -24,25 +25,25 @@ talResultCode tal::statusGet(unsigned intf, bool outputsGiven, const char* opera
 }
 
 talResultCode tal::talIntfAuthenOperStateGet(unsigned intf, bool* state) {
-    unsigned value = 0;
+    unsigned value = state != nullptr && *state ? 1 : 0;
     const talResultCode result =
         statusGet(intf, state != nullptr, "talIntfAuthenOperStateGet",
                   "talIntfAuthenOperStateGet Error getting TAL authentication operational state on "
                   "interface %d.",
                   [&] { return fea_.feaTalPortAuthenOperStateGet(intf, &value); });
-    if (result == talResOk)
+    if (state != nullptr)
         *state = value != 0;
     return result;
 }
 
 talResultCode tal::talIntfAuthorOperStateGet(unsigned intf, bool* state) {
-    unsigned value = 0;
+    unsigned value = state != nullptr && *state ? 1 : 0;
     const talResultCode result =
         statusGet(intf, state != nullptr, "talIntfAuthorOperStateGet",
                   "talIntfAuthorOperStateGet Error getting TAL authorization operational state on "
                   "interface %d.",
                   [&] { return fea_.feaTalPortAuthorOperStateGet(intf, &value); });
-    if (result == talResOk)
+    if (state != nullptr)
         *state = value != 0;
     return result;
 }
@@ -68,11 +69,16 @@ talResultCode tal::talIntfStatesGet(unsigned intf, talIntfFwdState* forwarding,
     const bool outputsGiven =
         forwarding != nullptr && authentication != nullptr && authorization != nullptr;
     unsigned states[3] = {};
+    if (outputsGiven) {
+        states[0] = *forwarding;
+        states[1] = *authentication;
+        states[2] = *authorization;
+    }
     const talResultCode result = statusGet(
         intf, outputsGiven, "talIntfStatesGet",
         "talIntfStatesGet Error getting TAL interface states on interface %d.",
         [&] { return fea_.feaTalPortStatesGet(intf, &states[0], &states[1], &states[2]); });
-    if (result == talResOk) {
+    if (outputsGiven) {
         *forwarding = static_cast<talIntfFwdState>(states[0]);
         *authentication = static_cast<talIntfAuthenFwdState>(states[1]);
         *authorization = static_cast<talIntfAuthorFwdState>(states[2]);
