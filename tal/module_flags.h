@@ -5,8 +5,8 @@
 
 namespace tal_flags {
 
-extern std::atomic<bool> firstApplyPending;           // no configuration apply has ended yet
+extern std::atomic<bool> firstApplyPending;  // no configuration apply has ended yet
 extern std::atomic<bool> configurationApplyInProgress;
-extern std::atomic<bool> startInProgress;             // stays set when start() fails
+extern std::atomic<bool> startInProgress;  // stays set when start() fails
 
 }  // namespace tal_flags

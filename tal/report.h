@@ -9,8 +9,7 @@ void lockRefused(const char* operation);
 
 // True when the lock was not obtained, which is then reported.
 template <class Lock>
-bool refused(const Lock& lock, const char* operation)
-{
+bool refused(const Lock& lock, const char* operation) {
     if (!lock.isLocked())
         lockRefused(operation);
     return !lock.isLocked();

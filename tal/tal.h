@@ -59,6 +59,7 @@ enum talLoginId : unsigned char {
 
 // Values outside the enumerators arrive by design in all of these.
 enum talRuleType : int32_t {
+    talRuleTypeUnset = -1,
     talRuleTypeAny = 0,
     talRuleTypeEthType = 1,
     talRuleTypeFlag = 2,
@@ -307,10 +308,16 @@ private:
     void interfaceStateChange(unsigned intf, int event);
     void eventHandle(std::string_view line);
     bool takeStoredRequest(unsigned intf);
+    talRule storedRule(unsigned intf);
     void storePendingLogin(unsigned intf);
     talResultCode operStateSet(unsigned intf, bool state, const char* operation,
                                unsigned (TalFea::*engineSet)(unsigned, unsigned),
                                const char* engineRefused);
+
+    // interface_status: the frame that the four reads share
+    template <class AskEngine>
+    talResultCode statusGet(unsigned intf, bool outputsGiven, const char* operation,
+                            const char* engineRefused, AskEngine askEngine);
 
     // interface_settings: the frame that the six settings share
     template <class Value>

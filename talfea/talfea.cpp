@@ -2,7 +2,8 @@
 //
 // Both engine records are zeroed before they are filled, so that fields which a rule type does
 // not use never carry bytes of the stack to the engine. A name that does not fit its field ends
-// the process instead of being cut: a cut name would address another line's objects.
+// the process instead of being cut: a cut name would address another line's objects. A null
+// pointer is refused like anything else the bridge would refuse.
 #include "talfea/talfea.h"
 
 #include "platform/ittal.h"
@@ -43,6 +44,11 @@ enum EngineSubCode : uint32_t {
     engineSubCodePattern2 = 2,
     engineSubCodePattern3 = 4,
 };
+
+template <class... Pointer>
+bool given(const Pointer*... pointers) {
+    return (... && (pointers != nullptr));
+}
 
 unsigned folded(int bridgeResult) {
     return bridgeResult == 0 ? 0 : 1;
@@ -118,19 +124,27 @@ void setMatch(ittalCondition& condition, const TalFea::feaTalRule& rule) {
 }  // namespace
 
 unsigned TalFea::talSelectorAdd(const char* name) {
+    if (!given(name))
+        return 1;
     return folded(ittalSelectorAdd(bridgeName, name));
 }
 
 unsigned TalFea::talSelectorDel(const char* name) {
+    if (!given(name))
+        return 1;
     return folded(ittalSelectorDel(bridgeName, name));
 }
 
 unsigned TalFea::talSelectorRename(const char* from, const char* to) {
+    if (!given(from, to))
+        return 1;
     // Kept: the bridge renames every selector with its QoS function; there is none for TAL.
     return folded(itqosSelectorRename(bridgeName, from, to));
 }
 
 unsigned TalFea::talConditionAdd(const char* selector, feaTalRule* rule) {
+    if (!given(selector, rule))
+        return 1;
     ittalCondition condition{};
     copyName(condition.selector, selector);
     condition.type = rule->type;
@@ -139,10 +153,14 @@ unsigned TalFea::talConditionAdd(const char* selector, feaTalRule* rule) {
 }
 
 unsigned TalFea::talConditionDel(const char* selector, feaTalRule* rule) {
+    if (!given(selector, rule))
+        return 1;
     return folded(ittalConditionDel(bridgeName, selector, rule->type));
 }
 
 unsigned TalFea::talActionAdd(const char* list, feaTalActionType type) {
+    if (!given(list))
+        return 1;
     ittalAction action{};
     copyName(action.list, list);
     if (type <= 3)
@@ -152,23 +170,33 @@ unsigned TalFea::talActionAdd(const char* list, feaTalActionType type) {
 }
 
 unsigned TalFea::talActionDel(const char* list, feaTalActionType type) {
+    if (!given(list))
+        return 1;
     return folded(ittalActionDel(bridgeName, list, type));
 }
 
 unsigned TalFea::talActionListAdd(const char* name) {
+    if (!given(name))
+        return 1;
     return folded(ittalActionListAdd(bridgeName, name));
 }
 
 unsigned TalFea::talActionListDel(const char* name) {
+    if (!given(name))
+        return 1;
     return folded(ittalActionListDel(bridgeName, name));
 }
 
 unsigned TalFea::talActionListRename(const char* from, const char* to) {
+    if (!given(from, to))
+        return 1;
     return folded(ittalActionListRename(bridgeName, from, to));
 }
 
 unsigned TalFea::talListSet(unsigned ifId, const char* selector, const char* actionList, int mode,
                             unsigned position) {
+    if (!given(selector, actionList))
+        return 1;
     return folded(ittalListSet(bridgeName, ifId, selector, actionList, mode, position));
 }
 
@@ -177,6 +205,8 @@ unsigned TalFea::feaTalAdminStateSet(bool state) {
 }
 
 unsigned TalFea::feaTalAdminStateGet(bool* state) {
+    if (!given(state))
+        return 1;
     return folded(ittalAdminStateGet(bridgeName, state));
 }
 
@@ -185,6 +215,8 @@ unsigned TalFea::feaTalPortAdminStateSet(unsigned ifId, bool state) {
 }
 
 unsigned TalFea::feaTalPortAdminStateGet(unsigned ifId, bool* state) {
+    if (!given(state))
+        return 1;
     return folded(ittalPortAdminStateGet(bridgeName, ifId, state));
 }
 
@@ -193,6 +225,8 @@ unsigned TalFea::feaTalPortAuthenAdminStateSet(unsigned ifId, bool state) {
 }
 
 unsigned TalFea::feaTalPortAuthenAdminStateGet(unsigned ifId, bool* state) {
+    if (!given(state))
+        return 1;
     return folded(ittalPortAuthenAdminStateGet(bridgeName, ifId, state));
 }
 
@@ -201,6 +235,8 @@ unsigned TalFea::feaTalPortAuthorAdminStateSet(unsigned ifId, bool state) {
 }
 
 unsigned TalFea::feaTalPortAuthorAdminStateGet(unsigned ifId, bool* state) {
+    if (!given(state))
+        return 1;
     return folded(ittalPortAuthorAdminStateGet(bridgeName, ifId, state));
 }
 
@@ -209,6 +245,8 @@ unsigned TalFea::feaTalPortAutoReqAdminStateSet(unsigned ifId, bool state) {
 }
 
 unsigned TalFea::feaTalPortAutoReqAdminStateGet(unsigned ifId, bool* state) {
+    if (!given(state))
+        return 1;
     return folded(ittalPortAutoReqAdminStateGet(bridgeName, ifId, state));
 }
 
@@ -217,6 +255,8 @@ unsigned TalFea::feaTalPortTimeoutSet(unsigned ifId, unsigned timeout) {
 }
 
 unsigned TalFea::feaTalPortTimeoutGet(unsigned ifId, unsigned* timeout) {
+    if (!given(timeout))
+        return 1;
     return folded(ittalPortTimeoutGet(bridgeName, ifId, timeout));
 }
 
@@ -225,6 +265,8 @@ unsigned TalFea::feaTalPortMaxQueueSizeSet(unsigned ifId, unsigned size) {
 }
 
 unsigned TalFea::feaPortTalMaxQueueSizeGet(unsigned ifId, unsigned* size) {
+    if (!given(size))
+        return 1;
     return folded(ittalPortMaxQueueSizeGet(bridgeName, ifId, size));
 }
 
@@ -233,6 +275,8 @@ unsigned TalFea::feaTalPortAuthenOperStateSet(unsigned ifId, unsigned state) {
 }
 
 unsigned TalFea::feaTalPortAuthenOperStateGet(unsigned ifId, unsigned* state) {
+    if (!given(state))
+        return 1;
     return folded(ittalPortAuthenOperStateGet(bridgeName, ifId, state));
 }
 
@@ -241,6 +285,8 @@ unsigned TalFea::feaTalPortAuthorOperStateSet(unsigned ifId, unsigned state) {
 }
 
 unsigned TalFea::feaTalPortAuthorOperStateGet(unsigned ifId, unsigned* state) {
+    if (!given(state))
+        return 1;
     return folded(ittalPortAuthorOperStateGet(bridgeName, ifId, state));
 }
 
@@ -248,6 +294,8 @@ unsigned TalFea::feaTalPortStatisticsGet(unsigned ifId, unsigned* c1, unsigned* 
                                          unsigned* c4, unsigned* c5, unsigned* c6, unsigned* c7,
                                          unsigned* c8, unsigned* c9, unsigned* c10, unsigned* c11,
                                          unsigned* c12, unsigned* c13) {
+    if (!given(c1, c2, c3, c4, c5, c6, c7, c8, c9, c10, c11, c12, c13))
+        return 1;
     return folded(ittalPortStatisticsGet(bridgeName, ifId, c1, c2, c3, c4, c5, c6, c7, c8, c9, c10,
                                          c11, c12, c13));
 }
@@ -262,6 +310,8 @@ unsigned TalFea::feaTalPortAuthorReply(unsigned ifId, bool accepted) {
 
 unsigned TalFea::feaTalPortStatesGet(unsigned ifId, unsigned* forwarding, unsigned* authentication,
                                      unsigned* authorization) {
+    if (!given(forwarding, authentication, authorization))
+        return 1;
     return folded(ittalPortStatesGet(bridgeName, ifId, forwarding, authentication, authorization));
 }
 
