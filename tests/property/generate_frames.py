@@ -22,7 +22,7 @@ from frame_model import ArpSpec, FrameSpec, IpSpec, RawSpec, build, check_with_s
 from traffic import any_packet, address, control, frame, tags
 
 RULES = 60
-FRAMES_PER_RULE = 400
+FRAMES_PER_RULE = 200
 SCAPY_SAMPLE = 20  # every so many sound frames one is taken apart by scapy
 
 
