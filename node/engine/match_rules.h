@@ -3,7 +3,7 @@
 // kernel's traffic hook take the same meaning from here. Pure; the caller checks the bounds.
 #pragma once
 
-#include <stdint.h>
+#include <stdint.h>  // clang -target bpf wants -ffreestanding for it
 
 #define MATCH_ALL_BITS 0xffffffffU
 
