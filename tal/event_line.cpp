@@ -55,7 +55,7 @@ void decodeAddress(std::string_view line, EventFields& fields) {
     for (size_t i = 0; i < 4; ++i) {
         // Kept: two digits per octet, the first of each group.
         octet = scanDecimal(line.substr(addressAt + 4 * i, 2)).value_or(octet);
-        fields.sourceIp += octet << (24 - 8 * i);
+        fields.sourceIp |= (octet & 0xFF) << (24 - 8 * i);
     }
 }
 
