@@ -119,9 +119,10 @@ bool replace(const std::string& path, std::string_view contents) {
         }
     }
     if (rename(temporary.c_str(), path.c_str()) != 0) {
-        const bool isMountPoint = errno == EBUSY;
+        // A mount point, or a file of another owner that the directory holds on to.
+        const bool mustStay = errno == EBUSY || errno == EPERM || errno == EACCES;
         unlink(temporary.c_str());
-        return isMountPoint && rewriteInPlace(path, contents);
+        return mustStay && rewriteInPlace(path, contents);
     }
     // The new contents are in place; if the directory cannot be synced, only a power cut could
     // bring the old ones back.
