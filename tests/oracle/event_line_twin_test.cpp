@@ -33,7 +33,7 @@ TEST(BoundedCopy, StopsAtTheEndOfTheText) {
 
 TEST(EventTwin, DecodesAFullLine) {
     EventLineText text;
-    text.options = oracle::vendorOption("MSFT 5.0") + oracle::remoteOption("line-7") +
+    text.options = oracle::vendorOption("home 5.0") + oracle::remoteOption("line-7") +
                    oracle::clientOption("001a2b3c4d5e", "001");
     const oracle::Event event = decodeEventLine(text.line().c_str());
     EXPECT_FALSE(event.dropped);
@@ -44,9 +44,9 @@ TEST(EventTwin, DecodesAFullLine) {
     EXPECT_EQ(0x13100001U, event.sourceIp);  // 19.16.0.1
     EXPECT_TRUE(event.patternPresent);
     EXPECT_EQ(0x00010203U, event.pattern[0]);
-    EXPECT_EQ(0x787a7b7cU - 0x00010101U, event.pattern[30]);  // 78 79 7a 7b
-    EXPECT_EQ(0x07c7d7e7U, event.pattern[31]);                // 7c7d7e7f without its last digit
-    EXPECT_EQ("MSFT 5.0", event.vendorId);
+    EXPECT_EQ(0x78797a7bU, event.pattern[30]);
+    EXPECT_EQ(0x07c7d7e7U, event.pattern[31]);  // 7c7d7e7f without its last digit
+    EXPECT_EQ("home 5.0", event.vendorId);
     EXPECT_EQ("line-7", event.remoteId);
     EXPECT_EQ("001a2b3c4d5e", event.clientId);
 }

@@ -1,6 +1,6 @@
 // Pins the twins of the storage file's code to values worked out by hand.
-#include "tests/oracle/storage_oracle.h"
 #include "tests/oracle/scan_oracle.h"
+#include "tests/oracle/storage_oracle.h"
 
 #include <gtest/gtest.h>
 

@@ -25,7 +25,7 @@ inline rpcTalLoginBlockBll fullBlock(unsigned interface = 42) {
     block.LoginAAAtype = 2;
     setText(block.circuitId, "KORVALIN:2 eth 5/1/" + std::to_string(interface));
     setText(block.remoteId, "remote 7");
-    setText(block.vendorId, "MSFT 5.0");
+    setText(block.vendorId, "home 5.0");
     setText(block.clientId, "001a2b3c4d5e");
     const unsigned char mac[6] = {0x00, 0x1a, 0x2b, 0x3c, 0x4d, 0x5e};
     memcpy(block.sourceMac, mac, 6);

@@ -37,7 +37,7 @@ TEST(ComposeLoginBlock, WritesTheWholeBlock) {
         "LoginAAAtype: 02\n"
         "circuitId: KORVALIN:2 eth 5/1/42\n"
         "remoteId: remote 7\n"
-        "vendorId: MSFT 5.0\n"
+        "vendorId: home 5.0\n"
         "clientId: 001a2b3c4d5e\n"
         "sourceMac: 00:1A:2B:3C:4D:5E\n"
         "sourceIP: 0a00010b\n"
@@ -307,7 +307,7 @@ TEST(OverlayLoginBlock, CorruptLineStopsAndLeavesTheFieldsBeforeItFilled) {
     expected.LoginAAAtype = 2;
     strcpy(expected.circuitId, "KORVALIN:2 eth 5/1/42");
     strcpy(expected.remoteId, "remote 7");
-    strcpy(expected.vendorId, "MSFT 5.0");
+    strcpy(expected.vendorId, "home 5.0");
     strcpy(expected.clientId, "001a2b3c4d5e");
     EXPECT_EQ("", oracle::difference(expected, block));
 }

@@ -79,14 +79,14 @@ TEST_F(LoginEventTest, AsksForInterfaceBoardShelfNameAndThenIsa) {
 
 TEST_F(LoginEventTest, FullLineFillsTheWholeBlock) {
     EventLineText text = lineOf(1);
-    text.options = oracle::vendorOption("MSFT 5.0") + oracle::remoteOption("line 7") +
+    text.options = oracle::vendorOption("home 5.0") + oracle::remoteOption("line 7") +
                    oracle::clientOption("001a2b3c4d5e", "001");
     rpcTalLoginBlockBll expected{};
     expected.interface = 1;
     expected.LoginAAAtype = 1;
     samples::setText(expected.circuitId, "KORVALIN:2 eth 5/1/1");
     samples::setText(expected.remoteId, "line 7");
-    samples::setText(expected.vendorId, "MSFT 5.0");
+    samples::setText(expected.vendorId, "home 5.0");
     samples::setText(expected.clientId, "001a2b3c4d5e");
     for (unsigned char i = 0; i < 6; i++)
         expected.sourceMac[i] = i;
