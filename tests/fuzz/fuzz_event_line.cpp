@@ -5,6 +5,7 @@
 
 #include <string.h>
 
+#include <algorithm>
 #include <memory>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -12,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t length = strnlen(reinterpret_cast<const char*>(data), size);
     const std::string text(reinterpret_cast<const char*>(data), length);
     const std::unique_ptr<char[]> copy(new char[length]);
-    memcpy(copy.get(), data, length);
+    std::copy(data, data + length, copy.get());
     const std::string_view line(copy.get(), length);
 
     const oracle::Event expected = oracle::decodeEventLine(text.c_str());

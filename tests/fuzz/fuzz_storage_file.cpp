@@ -5,8 +5,7 @@
 #include "tests/fuzz/fuzz.h"
 #include "tests/oracle/storage_oracle.h"
 
-#include <string.h>
-
+#include <algorithm>
 #include <memory>
 
 namespace {
@@ -41,7 +40,7 @@ void compareOverlay(const Lines& lines, size_t index) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::unique_ptr<char[]> copy(new char[size]);
-    memcpy(copy.get(), data, size);
+    std::copy(data, data + size, copy.get());
     Lines lines, expected;
     tal_text::appendStorageLines(std::string_view(copy.get(), size), lines);
     oracle::readLines(std::string(reinterpret_cast<const char*>(data), size), expected);

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <vector>
+#include <string>
 
 int main(int argc, char** argv) {
     if (argc < 2) {
@@ -22,7 +22,7 @@ int main(int argc, char** argv) {
                 fprintf(stderr, "%s: cannot be read\n", entry.path().c_str());
                 return 1;
             }
-            const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+            const std::string bytes{std::istreambuf_iterator<char>(file), {}};
             LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
             files++;
         }
