@@ -513,6 +513,23 @@ TEST_F(StorageCrashTest, RefusedTemporaryFileFallsBackToRewritingInPlace) {
     }
 }
 
+TEST_F(StorageCrashTest, LinkThatCannotBeRemovedIsNotFollowed) {
+    start(fileOf({1, 2}));
+    const Lines trace = run(storeOf(2)).trace;
+    const int at =
+        static_cast<int>(std::find(trace.begin(), trace.end(), "unlink(tal.store.dat.tmp)") -
+                         trace.begin()) +
+        1;
+    start(fileOf({1, 2}));
+    probe::put("victim", "untouched\n");
+    std::filesystem::create_symlink("victim", temporary);
+    const Outcome outcome = run(storeOf(2), Fault::failed, at, EACCES);
+    EXPECT_EQ("unlink(tal.store.dat.tmp)", outcome.chosen);
+    EXPECT_EQ(0, outcome.result);
+    EXPECT_EQ("untouched\n", probe::contentsOf("victim"));
+    EXPECT_EQ(fileOf({1}) + textOf(newerBlock(2)), storedFile());
+}
+
 TEST_F(StorageCrashTest, DiskThatStaysFullKeepsTheOldContents) {
     const std::string before = fileOf({1, 2, 3});
     start(before);
