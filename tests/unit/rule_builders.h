@@ -176,6 +176,41 @@ inline std::string slot(const talRule& rule, int type) {
     return bytes;
 }
 
+// Copies one type's slot.
+inline void copySlot(const talRule& from, talRule& to, int type) {
+    switch (type) {
+        case 0:
+            to.type0Value = from.type0Value;
+            break;
+        case 1:
+            to.ethType = from.ethType;
+            break;
+        case 2:
+            to.type2Flag = from.type2Flag;
+            break;
+        case 3:
+        case 4:
+        case 5:
+            to.pattern[type - 3] = from.pattern[type - 3];
+            break;
+        case 6:
+            memcpy(to.macAddr, from.macAddr, 6);
+            memcpy(to.macMask, from.macMask, 6);
+            break;
+        case 7:
+            to.ipValue = from.ipValue;
+            to.ipMask = from.ipMask;
+            break;
+        case 8:
+            to.type8Value = from.type8Value;
+            break;
+        default:
+            memcpy(to.userPatternSequence, from.userPatternSequence, 128);
+            memcpy(to.userPatternMask, from.userPatternMask, 128);
+            break;
+    }
+}
+
 // The types whose slots differ.
 inline std::vector<int> differing(const talRule& one, const talRule& two) {
     std::vector<int> found;
