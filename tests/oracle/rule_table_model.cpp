@@ -194,11 +194,59 @@ bool RuleTableModel::valid(unsigned id) const {
 
 bool RuleTableModel::call(const ConditionCall& call) {
     trace.push_back(call);
-    if (refuse == 0) {
+    unsigned& left = call.add ? refuseAdd : refuseDelete;
+    if (left == 0) {
         return true;
     }
-    --refuse;
-    return refuse != 0;
+    --left;
+    return left != 0;
+}
+
+void RuleTableModel::switchNode(bool on) {
+    if (globalAdminState && !on) {
+        for (auto& entry : interfaces) {
+            entry.second.loginStored = false;
+        }
+    }
+    globalAdminState = on;
+}
+
+unsigned RuleTableModel::switchInterface(unsigned id, bool on) {
+    if (!valid(id)) {
+        return 3;
+    }
+    for (auto& entry : interfaces) {
+        if (id != 0 && entry.first != id) {
+            continue;
+        }
+        // One interface that is off already keeps its login; all at once lose theirs anyway.
+        const bool purge = !on && !starting && (id == 0 || entry.second.adminState);
+        entry.second.adminState = on;
+        if (purge) {
+            entry.second.loginStored = false;
+        }
+    }
+    return 0;
+}
+
+unsigned RuleTableModel::setDefaults(unsigned id) {
+    unsigned result = switchInterface(id, false);
+    if (!starting) {
+        talRule none = unsetRule();
+        result |= setBundle(id, none);
+    }
+    return result == 0 ? 0 : 1;
+}
+
+void RuleTableModel::startAgain() {
+    for (auto& entry : interfaces) {
+        entry.second.adminState = false;
+        if (entry.first != 0) {
+            entry.second.rule = unsetRule();
+        }
+    }
+    switchNode(false);
+    starting = false;
 }
 
 bool RuleTableModel::exists(unsigned id, int type) {
@@ -286,6 +334,7 @@ unsigned RuleTableModel::setInEngine(unsigned id, const talRule& rule, bool add)
     }
     const bool purge = !starting && !(add && !present && applying);
     if (purge && globalAdminState && interfaces[id].adminState) {
+        purges += interfaces[id].loginStored ? 1 : 0;
         interfaces[id].loginStored = false;
     }
     return 0;

@@ -45,13 +45,25 @@ public:
     bool starting = false;
     bool applying = false;
 
-    // The engine refuses the n-th condition call from now on (1 = the next); 0 = none.
-    unsigned refuse = 0;
+    // The engine refuses the n-th add and the n-th delete from now on (1 = the next); 0 = none.
+    unsigned refuseAdd = 0;
+    unsigned refuseDelete = 0;
     // The condition calls since the test last cleared them.
     std::vector<ConditionCall> trace;
+    // Stored logins that rule changes have removed so far.
+    unsigned purges = 0;
 
     void addInterface(unsigned id);  // with an unset rule, switched off
     void addZeroEntry();             // what an inserting lookup of key 0 leaves
+
+    // The admin states, as far as they bear on rules and stored logins; the engine and ISA
+    // accept them.
+    void switchNode(bool on);
+    unsigned switchInterface(unsigned id, bool on);
+    // Default settings, which remove the interface's rules unless a start is going on.
+    unsigned setDefaults(unsigned id);
+    // A start that succeeds; the list of interfaces is the one of the start before.
+    void startAgain();
 
     unsigned set(unsigned id, const talRule& rule, uint32_t op);
     unsigned setBundle(unsigned id, talRule& bundle);  // changes the bundle's pattern data
