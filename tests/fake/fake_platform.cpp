@@ -53,6 +53,11 @@ void FakePlatform::dropCallbacks() {
     singleton<itbridge>::instance().talEventCallbacks.clear();
 }
 
+void FakePlatform::letModuleGo() {
+    dropCallbacks();
+    fake::Manager::forgetEntities();
+}
+
 void FakePlatform::checkBridgeName() const {
     for (const fake::Call& call : desk_.log.all()) {
         if (call.service == fake::Service::engine && call.bridge != usualBridge &&

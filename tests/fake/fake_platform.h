@@ -78,6 +78,8 @@ public:
     std::vector<std::string> texts() const { return logs.texts(); }
     std::string wholeLog() const;
     void forget() { desk_.log.clear(); }
+    // What a host does before it unloads the module: no callback and no entity is left.
+    void letModuleGo();
     fake::LockDepth locksHeld() const { return desk_.log.heldByAnyone(); }
 
     // Refuses the n-th refusable call from now on; what it was, once it happened.

@@ -23,6 +23,9 @@ const std::vector<BLEntity*>& Manager::entities() {
 void Manager::registerEntity(BLEntity& entity) {
     registered().push_back(&entity);
 }
+void Manager::forgetEntities() {
+    registered().clear();
+}
 
 void Manager::applyStart() {
     for (const auto& callback :

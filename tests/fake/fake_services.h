@@ -37,6 +37,7 @@ public:
     void applyStop(int argument = 0);
 
     static void registerEntity(BLEntity& entity);
+    static void forgetEntities();
     bool lockExclusive();
     bool lockShared();
     void unlockExclusive();

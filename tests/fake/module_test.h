@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
 #include <initializer_list>
 #include <iterator>
@@ -32,6 +33,33 @@ protected:
             addInterface(id);
         }
         ASSERT_TRUE(module.start());
+    }
+
+    // A login block of the interface, recognisable in the storage file.
+    static rpcTalLoginBlockBll loginBlock(unsigned id) {
+        rpcTalLoginBlockBll block{};
+        block.interface = id;
+        block.LoginAAAtype = 1;
+        std::snprintf(block.circuitId, sizeof(block.circuitId), "circuit of %u", id);
+        block.loginIdType = talLoginIdCircuitId;
+        return block;
+    }
+    void storeLogins(std::initializer_list<unsigned> ids) {
+        for (const unsigned id : ids) {
+            rpcTalLoginBlockBll block = loginBlock(id);
+            ASSERT_EQ(0u, module.talStoreLoginData(id, block));
+        }
+    }
+    // Whether the storage file holds a block of the interface, read without the module.
+    static bool isStored(unsigned id) {
+        return ("\n" + storedFile()).find("\ninterface: " + std::to_string(id) + "\n") !=
+               std::string::npos;
+    }
+    // An event line of the header alone: a login of the interface addInterface() made.
+    void raiseLogin(unsigned id) {
+        std::string linuxName = "if" + std::to_string(id);
+        linuxName.resize(4, '_');
+        platform.engine.raise(("tal" + linuxName + " 00").c_str());
     }
 
     // The contents of the storage file; "(none)" when there is no file.
