@@ -55,7 +55,9 @@ bool fieldText(const char (&field)[size], std::string& text) {
 
 }  // namespace
 
-void attachBridge(Engine* engine) { attached = engine; }
+void attachBridge(Engine* engine) {
+    attached = engine;
+}
 
 }  // namespace node
 
@@ -242,9 +244,8 @@ int ittalPortAuthenReply(const char* bridge, unsigned ifId, bool accepted) {
 }
 
 int ittalPortAuthorReply(const char* bridge, unsigned ifId, bool accepted) {
-    return withEngine(bridge, [&](Engine& engine) {
-        return engine.reply(ifId, Stage::authorization, accepted);
-    });
+    return withEngine(
+        bridge, [&](Engine& engine) { return engine.reply(ifId, Stage::authorization, accepted); });
 }
 
 int ittalPortStatesGet(const char* bridge, unsigned ifId, unsigned* forwarding,

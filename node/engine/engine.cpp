@@ -36,10 +36,14 @@ void Engine::addLine(unsigned ifId, const std::string& kernelName) {
     lines_[ifId].kernelName = kernelName;
 }
 
-Engine::Followup Engine::followupOf(unsigned ifId, const Line& line, Port::Outcome outcome) const {
-    Followup followup{ifId, std::move(outcome), {}, {}, {}};
+Engine::Followup Engine::followupOf(unsigned ifId, Line& line, Port::Outcome outcome) {
+    Followup followup{ifId, std::move(outcome), {}, {}};
+    if (followup.outcome.moved() && line.timeout) {
+        loop_.cancel(*line.timeout);
+        line.timeout.reset();
+    }
     if (followup.outcome.raised()) {
-        followup.deadline = line.port.deadline();
+        line.timeout = loop_.at(*line.port.deadline(), [this, ifId] { expire(ifId); });
         if (followup.outcome.cause == Cause::storedRequest) {
             followup.eventLine = storedLine(line.kernelName);
         } else if (followup.outcome.cause == Cause::automaticRequest) {
@@ -64,8 +68,8 @@ void Engine::frame(unsigned ifId, std::span<const uint8_t> bytes) {
             frame = parseFrame(bytes);
             trigger = frame ? triggerOf(*frame) : Trigger::none;
         }
-        followup = followupOf(ifId, line,
-                              line.port.frame(bytes, trigger != Trigger::none, loop_.now()));
+        followup =
+            followupOf(ifId, line, line.port.frame(bytes, trigger != Trigger::none, loop_.now()));
         if (followup.outcome.raised()) {
             followup.eventLine = trafficLine(line.kernelName, *frame);
             followup.trapText = trapText(*frame, trigger);
@@ -87,9 +91,6 @@ void Engine::carryOut(Followup followup, std::span<const uint8_t> frame) {
         if (outcome.forwardFrame) {
             forward_(followup.ifId, frame);
         }
-    }
-    if (followup.deadline) {
-        loop_.at(*followup.deadline, [this, ifId = followup.ifId] { expire(ifId); });
     }
     if (!followup.eventLine.empty()) {
         loop_.post([this, line = std::move(followup.eventLine)] { raise_(line); });
@@ -178,14 +179,13 @@ bool Engine::setAdmin(unsigned ifId, bool on) {
 }
 
 bool Engine::setStageAdmin(unsigned ifId, Stage stage, bool on) {
-    return apply(ifId, [this, stage, on](Port& port) {
-        return port.setStageAdmin(stage, on, loop_.now());
-    });
+    return apply(
+        ifId, [this, stage, on](Port& port) { return port.setStageAdmin(stage, on, loop_.now()); });
 }
 
 bool Engine::setStageOper(unsigned ifId, Stage stage, bool up) {
-    return apply(ifId,
-                 [this, stage, up](Port& port) { return port.setStageOper(stage, up, loop_.now()); });
+    return apply(
+        ifId, [this, stage, up](Port& port) { return port.setStageOper(stage, up, loop_.now()); });
 }
 
 bool Engine::setAutoRequest(unsigned ifId, bool on) {
@@ -216,8 +216,7 @@ bool Engine::reply(unsigned ifId, Stage stage, bool accepted) {
 }
 
 bool Engine::sendStoredRequest(unsigned ifId) {
-    return ifId != 0 &&
-           apply(ifId, [this](Port& port) { return port.storedRequest(loop_.now()); });
+    return ifId != 0 && apply(ifId, [this](Port& port) { return port.storedRequest(loop_.now()); });
 }
 
 bool Engine::read(unsigned ifId, const std::function<void(const Port&)>& use) const {
@@ -233,9 +232,9 @@ bool Engine::read(unsigned ifId, const std::function<void(const Port&)>& use) co
 std::optional<Engine::LineStatus> Engine::status(unsigned ifId) const {
     std::optional<LineStatus> status;
     read(ifId, [&](const Port& port) {
-        status = LineStatus{port.state(), port.forwardingState(),
-                            port.stageState(Stage::authentication),
-                            port.stageState(Stage::authorization), port.counters()};
+        status =
+            LineStatus{port.state(), port.forwardingState(), port.stageState(Stage::authentication),
+                       port.stageState(Stage::authorization), port.counters()};
     });
     return status;
 }

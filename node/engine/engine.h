@@ -71,6 +71,7 @@ private:
     struct Line {
         std::string kernelName;
         Port port;
+        std::optional<Loop::Timer> timeout;  // of the request that is open
     };
     // What is done once the lock is released.
     struct Followup {
@@ -78,12 +79,11 @@ private:
         Port::Outcome outcome;
         std::string eventLine;
         std::string trapText;
-        std::optional<Time> deadline;
     };
 
     using Input = std::function<std::optional<Port::Outcome>(Port&)>;
     bool apply(unsigned ifId, const Input& input);
-    Followup followupOf(unsigned ifId, const Line& line, Port::Outcome outcome) const;
+    Followup followupOf(unsigned ifId, Line& line, Port::Outcome outcome);
     void carryOut(Followup followup, std::span<const uint8_t> frame = {});
     void logMove(unsigned ifId, const Port::Outcome& outcome);
     void expire(unsigned ifId);

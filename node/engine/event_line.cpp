@@ -111,6 +111,8 @@ std::string automaticLine(std::string_view kernelName) {
     return line;
 }
 
-std::string storedLine(std::string_view kernelName) { return header(kernelName, "02"); }
+std::string storedLine(std::string_view kernelName) {
+    return header(kernelName, "02");
+}
 
 }  // namespace node

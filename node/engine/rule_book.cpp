@@ -31,9 +31,8 @@ bool RuleBook::addSelector(const std::string& name) {
 }
 
 bool RuleBook::deleteSelector(const std::string& name) {
-    const bool used = std::any_of(bindings_.begin(), bindings_.end(), [&](const auto& entry) {
-        return entry.second.selector == name;
-    });
+    const bool used = std::any_of(bindings_.begin(), bindings_.end(),
+                                  [&](const auto& entry) { return entry.second.selector == name; });
     return !used && selectors_.erase(name) != 0;
 }
 
@@ -51,8 +50,7 @@ bool RuleBook::renameSelector(const std::string& from, const std::string& to) {
 
 bool RuleBook::addCondition(const std::string& selector, const ittalCondition& condition) {
     const auto found = selectors_.find(selector);
-    return found != selectors_.end() &&
-           found->second.try_emplace(condition.type, condition).second;
+    return found != selectors_.end() && found->second.try_emplace(condition.type, condition).second;
 }
 
 bool RuleBook::deleteCondition(const std::string& selector, uint32_t type) {
@@ -113,6 +111,8 @@ const RuleBook::Actions* RuleBook::actions(const std::string& list) const {
     return find(lists_, list);
 }
 
-const RuleBook::Binding* RuleBook::binding(unsigned ifId) const { return find(bindings_, ifId); }
+const RuleBook::Binding* RuleBook::binding(unsigned ifId) const {
+    return find(bindings_, ifId);
+}
 
 }  // namespace node

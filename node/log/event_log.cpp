@@ -35,16 +35,22 @@ std::string printable(std::string_view text) {
     return result;
 }
 
-void EventLog::setClock(std::function<Time()> clock) { clock_ = std::move(clock); }
+void EventLog::setClock(std::function<Time()> clock) {
+    clock_ = std::move(clock);
+}
 
-void EventLog::setLabel(unsigned ifId, std::string label) { labels_[ifId] = std::move(label); }
+void EventLog::setLabel(unsigned ifId, std::string label) {
+    labels_[ifId] = std::move(label);
+}
 
 void EventLog::line(unsigned ifId, std::string_view kind, std::string_view text) {
     const auto label = labels_.find(ifId);
     write(label != labels_.end() ? label->second : "interface " + std::to_string(ifId), kind, text);
 }
 
-void EventLog::line(std::string_view kind, std::string_view text) { write("-", kind, text); }
+void EventLog::line(std::string_view kind, std::string_view text) {
+    write("-", kind, text);
+}
 
 void EventLog::write(std::string_view who, std::string_view kind, std::string_view text) {
     const std::string time = timeText(clock_ ? clock_() : Time(0));

@@ -30,7 +30,9 @@ Loop::Loop(Pace pace) : pace_(pace), wakeFd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEX
     began_ = lastTick_ = WallClock::now();
 }
 
-Loop::~Loop() { close(wakeFd_); }
+Loop::~Loop() {
+    close(wakeFd_);
+}
 
 void Loop::post(Task task) {
     {
@@ -40,12 +42,20 @@ void Loop::post(Task task) {
     wake();
 }
 
-void Loop::at(Time time, Task task) {
+Loop::Timer Loop::at(Time time, Task task) {
+    Timer timer;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
-        timers_.emplace(time, std::move(task));
+        timer = {time, timersMade_++};
+        timers_.emplace(timer, std::move(task));
     }
     wake();
+    return timer;
+}
+
+void Loop::cancel(const Timer& timer) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    timers_.erase(timer);
 }
 
 void Loop::stop() {
@@ -59,11 +69,17 @@ void Loop::wake() {
     [[maybe_unused]] const ssize_t written = write(wakeFd_, &one, sizeof one);
 }
 
-void Loop::add(Source& source) { sources_.push_back(&source); }
+void Loop::add(Source& source) {
+    sources_.push_back(&source);
+}
 
-void Loop::watch(int fd, Task onReadable) { watches_.push_back({fd, std::move(onReadable)}); }
+void Loop::watch(int fd, Task onReadable) {
+    watches_.push_back({fd, std::move(onReadable)});
+}
 
-void Loop::everySecond(Task task) { everySecond_ = std::move(task); }
+void Loop::everySecond(Task task) {
+    everySecond_ = std::move(task);
+}
 
 std::optional<Task> Loop::takePosted() {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -77,7 +93,7 @@ std::optional<Task> Loop::takePosted() {
 
 std::optional<Time> Loop::nextTimer() {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return timers_.empty() ? std::nullopt : std::optional<Time>(timers_.begin()->first);
+    return timers_.empty() ? std::nullopt : std::optional<Time>(timers_.begin()->first.first);
 }
 
 std::optional<Task> Loop::takeTimer() {
@@ -102,7 +118,9 @@ Source* Loop::earliestSource(std::optional<Time>& when) {
     return earliest;
 }
 
-void Loop::advanceTo(Time time) { now_ = std::max(now_.load(), time.count()); }
+void Loop::advanceTo(Time time) {
+    now_ = std::max(now_.load(), time.count());
+}
 
 // In recorded pace waits for `time`; false when something else came up meanwhile.
 bool Loop::reached(Time time) {

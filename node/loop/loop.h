@@ -5,11 +5,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "node/time.h"
@@ -30,15 +32,18 @@ enum class Pace { instant, recorded };
 
 class Loop {
 public:
+    using Timer = std::pair<Time, uint64_t>;
+
     explicit Loop(Pace pace);
     ~Loop();
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
 
     Time now() const { return Time(now_.load()); }
-    void post(Task task);           // runs before anything that is due later
-    void at(Time time, Task task);  // not before `time`; ties in the order of the calls
-    void stop();                    // run returns after the task at hand
+    void post(Task task);             // runs before anything that is due later
+    Timer at(Time time, Task task);   // not before `time`; ties in the order of the calls
+    void cancel(const Timer& timer);  // one that has run or was cancelled is no error
+    void stop();                      // run returns after the task at hand
 
     // Before run.
     void add(Source& source);             // must outlive run; ties in the order of the calls
@@ -74,9 +79,10 @@ private:
     WallClock::time_point lastTick_;
     int wakeFd_;
 
-    std::mutex mutex_;  // guards the two below
+    std::mutex mutex_;  // guards the three below
     std::deque<Task> posted_;
-    std::multimap<Time, Task> timers_;
+    std::map<Timer, Task> timers_;
+    uint64_t timersMade_ = 0;
 
     std::vector<Source*> sources_;
     std::vector<Watch> watches_;
