@@ -47,13 +47,14 @@ void Isa::request(const rpcTalLoginBlockBll& block) {
 }
 
 bool Isa::send(unsigned ifId, unsigned kind, bool accepted) {
-    const uint32_t result = reply_(ifId, kind, accepted ? resultAccepted : resultRejected);
     std::string text(kind == kindAuthentication ? "authentication " : "authorization ");
     text += accepted ? "accepted" : "rejected";
-    if (result != 0) {
-        text += ", not taken by the module (result " + std::to_string(result) + ")";
-    }
     log_.line(ifId, "verdict", text);
+    const uint32_t result = reply_(ifId, kind, accepted ? resultAccepted : resultRejected);
+    if (result != 0) {
+        log_.line(ifId, "verdict",
+                  text + ": not taken by the module, result " + std::to_string(result));
+    }
     return result == 0;
 }
 
