@@ -1,0 +1,3 @@
+#include "tal/storage_path.h"
+
+const char talStorageFile[] = "tal.store.dat";
