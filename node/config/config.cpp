@@ -3,11 +3,11 @@
 // Tested by tests/unit/node_host/config_test.cpp with a table of good and one of bad files.
 #include "node/config/config.h"
 
-#include <cstdio>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <sstream>
+#include <utility>
 
 #include "node/config/section.h"
 
@@ -25,17 +25,16 @@ Config::Milliseconds milliseconds(Section& section, const std::string& key) {
 }
 
 std::array<uint8_t, 6> macAddress(Section& section, const std::string& key) {
-    const std::string text = section.text(key, 17);
-    std::array<unsigned, 6> parts{};
-    int used = 0;
-    const int count = std::sscanf(text.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%n", &parts[0], &parts[1],
-                                  &parts[2], &parts[3], &parts[4], &parts[5], &used);
-    if (count != 6 || used != 17 || text.size() != 17) {
-        section.fail(key, "must be six pairs of hex digits joined by \":\"");
-    }
+    const std::string text = section.text(key, 64);
     std::array<uint8_t, 6> mac{};
-    for (size_t i = 0; i < mac.size(); ++i) {
-        mac[i] = static_cast<uint8_t>(parts[i]);
+    bool good = text.size() == 17;
+    for (size_t i = 0; good && i < mac.size(); ++i) {
+        const char* const pair = text.data() + 3 * i;
+        const auto [end, error] = std::from_chars(pair, pair + 2, mac[i], 16);
+        good = error == std::errc() && end == pair + 2 && (i == 5 || pair[2] == ':');
+    }
+    if (!good) {
+        section.fail(key, "must be six pairs of hex digits joined by \":\"");
     }
     return mac;
 }
