@@ -1,0 +1,75 @@
+// The node's configuration file: what it says, read strictly. Pure but for reading files;
+// any thread.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace node {
+
+// what(): one line, "FILE:LINE: KEY: what is wrong", without what is not known.
+class ConfigError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct Config {
+    using Milliseconds = std::chrono::milliseconds;
+
+    struct Node {
+        std::string shelf = "1";
+        uint8_t boardPosition = 1;
+        unsigned boardType = 2;
+        bool tal = true;                            // the global admin state
+        std::optional<std::array<uint8_t, 6>> mac;  // frames it sent are left out of captures
+    };
+
+    enum class Verdict { accept, reject, never };
+
+    struct User {
+        std::string circuitId;
+        Verdict verdict = Verdict::accept;
+        Milliseconds delay{0};
+    };
+
+    struct Isa {
+        Verdict unknown = Verdict::reject;  // for circuit ids without an entry
+        std::vector<User> users;
+    };
+
+    struct Outage {
+        Milliseconds from{0};
+        Milliseconds to{0};
+    };
+
+    struct Interface {
+        unsigned id = 0;              // 1 to 99
+        std::string name;             // "1/3"
+        std::string kernelName;       // four characters
+        std::string capture;          // path; empty: no traffic
+        Milliseconds start{0};        // when the capture's first frame is played
+        std::vector<Outage> outages;  // ascending, apart
+        bool admin = true;
+        bool authentication = true;
+        bool authorization = true;
+        bool autoRequest = false;
+        uint32_t timeout = 120;     // seconds
+        uint32_t maxQueueSize = 1;  // frames
+    };
+
+    Node node;
+    Isa isa;
+    std::vector<Interface> interfaces;  // at least one, in the file's order
+};
+
+// Paths in the text are relative to `directory`; captures must exist. Throws ConfigError.
+Config parseConfig(const std::string& text, const std::string& fileName,
+                   const std::string& directory);
+Config loadConfig(const std::string& path);
+
+}  // namespace node

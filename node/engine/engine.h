@@ -1,0 +1,101 @@
+// The forwarding engine: the lines with their gates, the named objects of the bridge and the
+// event lines. Callable from any thread; calls nothing back while its lock is held and raises
+// event lines only from the loop.
+#pragma once
+
+#include <array>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "node/engine/port.h"
+#include "node/engine/rule_book.h"
+#include "node/log/event_log.h"
+#include "node/loop/loop.h"
+
+namespace node {
+
+class Engine {
+public:
+    using RaiseEvent = std::function<void(const std::string& line)>;
+    using Forward = std::function<void(unsigned ifId, std::span<const uint8_t> frame)>;
+
+    struct LineStatus {
+        PortState state = PortState::blocked;
+        ForwardingState forwarding = ForwardingState::blocked;
+        StageState authentication = StageState::idle;
+        StageState authorization = StageState::idle;
+        Counters counters;
+    };
+
+    Engine(Loop& loop, EventLog& log) : loop_(loop), log_(log) {}
+
+    // Wiring, before anything else. `raise` is called on the loop, `forward` from frame() or
+    // a reply with frames that pass an open gate.
+    void onEvent(RaiseEvent raise) { raise_ = std::move(raise); }
+    void onForward(Forward forward) { forward_ = std::move(forward); }
+    void addLine(unsigned ifId, const std::string& kernelName);
+
+    // The subscriber side.
+    void frame(unsigned ifId, std::span<const uint8_t> bytes);
+    void link(unsigned ifId, bool up);
+
+    // The bridge side; false: refused, nothing changed. Interface 0 stands for no line: what
+    // is set there is accepted and forgotten, because the module's walks over all interfaces
+    // may meet an entry of that number and would end at a refusal.
+    template <class Result>
+    Result withRules(const std::function<Result(RuleBook&)>& use) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return use(rules_);
+    }
+    bool setNodeAdmin(bool on);
+    bool nodeAdmin() const;
+    bool setRequests(bool on);
+    bool setAdmin(unsigned ifId, bool on);
+    bool setStageAdmin(unsigned ifId, Stage stage, bool on);
+    bool setStageOper(unsigned ifId, Stage stage, bool up);
+    bool setAutoRequest(unsigned ifId, bool on);
+    bool setTimeout(unsigned ifId, uint32_t seconds);
+    bool setMaxQueue(unsigned ifId, uint32_t frames);
+    bool reply(unsigned ifId, Stage stage, bool accepted);
+    bool sendStoredRequest(unsigned ifId);
+    // Runs `read` on the port; false when there is no such line.
+    bool read(unsigned ifId, const std::function<void(const Port&)>& use) const;
+
+    std::optional<LineStatus> status(unsigned ifId) const;
+
+private:
+    struct Line {
+        std::string kernelName;
+        Port port;
+        std::optional<Loop::Timer> timeout;  // of the request that is open
+    };
+    // What is done once the lock is released.
+    struct Followup {
+        unsigned ifId = 0;
+        Port::Outcome outcome;
+        std::string eventLine;
+        std::string trapText;
+    };
+
+    using Input = std::function<std::optional<Port::Outcome>(Port&)>;
+    bool apply(unsigned ifId, const Input& input);
+    Followup followupOf(unsigned ifId, Line& line, Port::Outcome outcome);
+    void carryOut(Followup followup, std::span<const uint8_t> frame = {});
+    void logMove(unsigned ifId, const Port::Outcome& outcome);
+    void expire(unsigned ifId);
+
+    Loop& loop_;
+    EventLog& log_;
+    RaiseEvent raise_;
+    Forward forward_;
+    mutable std::mutex mutex_;  // guards the three below
+    std::map<unsigned, Line> lines_;
+    RuleBook rules_;
+    bool nodeAdmin_ = false;
+};
+
+}  // namespace node

@@ -1,0 +1,217 @@
+// One loop instead of a thread per concern, so that an answer can never overtake the event
+// that caused it and a run over captures gives the same result every time: whatever is due at
+// one instant runs in a fixed order (posted tasks, timers, sources). In instant pace the clock
+// is set to the time of the next thing to do; signals are looked for every few steps. In
+// recorded pace the loop sleeps in poll until the next thing is due, a task is posted or a
+// signal arrives. Tested by tests/unit/node_host/loop_test.cpp.
+#include "node/loop/loop.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+#include <utility>
+
+namespace node {
+
+namespace {
+
+constexpr unsigned stepsBetweenPolls = 64;
+
+}  // namespace
+
+Loop::Loop(Pace pace) : pace_(pace), wakeFd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
+    if (wakeFd_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+    began_ = lastTick_ = WallClock::now();
+}
+
+Loop::~Loop() {
+    close(wakeFd_);
+}
+
+void Loop::post(Task task) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        posted_.push_back(std::move(task));
+    }
+    wake();
+}
+
+Loop::Timer Loop::at(Time time, Task task) {
+    Timer timer;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        timer = {time, timersMade_++};
+        timers_.emplace(timer, std::move(task));
+    }
+    wake();
+    return timer;
+}
+
+void Loop::cancel(const Timer& timer) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    timers_.erase(timer);
+}
+
+void Loop::stop() {
+    stopping_ = true;
+    wake();
+}
+
+void Loop::wake() {
+    const uint64_t one = 1;
+    // A full counter already wakes the loop.
+    [[maybe_unused]] const ssize_t written = write(wakeFd_, &one, sizeof one);
+}
+
+void Loop::add(Source& source) {
+    sources_.push_back(&source);
+}
+
+void Loop::watch(int fd, Task onReadable) {
+    watches_.push_back({fd, std::move(onReadable)});
+}
+
+void Loop::everySecond(Task task) {
+    everySecond_ = std::move(task);
+}
+
+std::optional<Task> Loop::takePosted() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (posted_.empty()) {
+        return std::nullopt;
+    }
+    Task task = std::move(posted_.front());
+    posted_.pop_front();
+    return task;
+}
+
+std::optional<Time> Loop::nextTimer() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return timers_.empty() ? std::nullopt : std::optional<Time>(timers_.begin()->first.first);
+}
+
+std::optional<Task> Loop::takeTimer() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (timers_.empty()) {
+        return std::nullopt;
+    }
+    Task task = std::move(timers_.begin()->second);
+    timers_.erase(timers_.begin());
+    return task;
+}
+
+Source* Loop::earliestSource(std::optional<Time>& when) {
+    Source* earliest = nullptr;
+    for (Source* source : sources_) {
+        const std::optional<Time> next = source->next();
+        if (next && (!earliest || *next < *when)) {
+            earliest = source;
+            when = next;
+        }
+    }
+    return earliest;
+}
+
+void Loop::advanceTo(Time time) {
+    now_ = std::max(now_.load(), time.count());
+}
+
+// In recorded pace waits for `time`; false when something else came up meanwhile.
+bool Loop::reached(Time time) {
+    if (pace_ == Pace::instant) {
+        advanceTo(time);
+        return true;
+    }
+    const auto wall = std::chrono::duration_cast<Time>(WallClock::now() - began_);
+    advanceTo(wall);
+    if (wall >= time) {
+        return true;
+    }
+    pollDescriptors(time - wall);
+    return false;
+}
+
+bool Loop::step() {
+    if (pace_ == Pace::recorded) {
+        advanceTo(std::chrono::duration_cast<Time>(WallClock::now() - began_));
+    }
+    if (std::optional<Task> task = takePosted()) {
+        (*task)();
+        return true;
+    }
+    const std::optional<Time> timer = nextTimer();
+    std::optional<Time> frame;
+    Source* source = earliestSource(frame);
+    if (timer && (!source || *timer <= *frame)) {
+        if (reached(*timer)) {
+            if (std::optional<Task> task = takeTimer()) {
+                (*task)();
+            }
+        }
+        return true;
+    }
+    if (source) {
+        if (reached(*frame)) {
+            source->deliver();
+        }
+        return true;
+    }
+    return false;
+}
+
+void Loop::pollDescriptors(std::optional<std::chrono::microseconds> wait) {
+    std::vector<pollfd> fds{{wakeFd_, POLLIN, 0}};
+    for (const Watch& watch : watches_) {
+        fds.push_back({watch.fd, POLLIN, 0});
+    }
+    timespec timeout{};
+    if (wait) {
+        timeout.tv_sec = wait->count() / 1000000;
+        timeout.tv_nsec = wait->count() % 1000000 * 1000;
+    }
+    if (ppoll(fds.data(), fds.size(), wait ? &timeout : nullptr, nullptr) <= 0) {
+        return;
+    }
+    if (fds[0].revents & POLLIN) {
+        uint64_t count = 0;
+        [[maybe_unused]] const ssize_t got = read(wakeFd_, &count, sizeof count);
+    }
+    for (size_t i = 1; i < fds.size(); ++i) {
+        if (fds[i].revents) {
+            watches_[i - 1].onReadable();
+        }
+    }
+}
+
+void Loop::tick() {
+    const auto wall = WallClock::now();
+    if (everySecond_ && wall - lastTick_ >= std::chrono::seconds(1)) {
+        lastTick_ = wall;
+        everySecond_();
+    }
+}
+
+void Loop::run(bool endWhenIdle) {
+    began_ = WallClock::now() - std::chrono::duration_cast<WallClock::duration>(now());
+    unsigned steps = 0;
+    while (!stopping_) {
+        if (!step()) {
+            if (endWhenIdle) {
+                return;
+            }
+            pollDescriptors(std::nullopt);
+        }
+        if (++steps % stepsBetweenPolls == 0) {
+            pollDescriptors(Time(0));
+            tick();
+        }
+    }
+}
+
+}  // namespace node

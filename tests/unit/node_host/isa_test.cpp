@@ -1,0 +1,155 @@
+#include "node/isa/isa.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "platform/isaradiusbll.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using node::Isa;
+using node::IsaAnswer;
+using node::UserList;
+
+class IsaTest : public testing::Test {
+protected:
+    IsaTest() : isa(loop, log, users()) {
+        isa.onReply([this](unsigned ifId, unsigned kind, int result) {
+            replies.push_back(std::to_string(ifId) + " " + std::to_string(kind) + " " +
+                              std::to_string(result));
+            EXPECT_FALSE(requesting);
+            return refuse ? 1u : 0u;
+        });
+        isa.onStages([this](unsigned) { return stages; });
+        isa.onAnswered([this](unsigned, bool accepted) { answered.push_back(accepted); });
+    }
+    static UserList users() {
+        UserList users(IsaAnswer{false, 0ms});
+        users.add("good", IsaAnswer{true, 10ms});
+        users.add("silent", std::nullopt);
+        return users;
+    }
+    void request(unsigned ifId, const std::string& circuitId) {
+        rpcTalLoginBlockBll block{};
+        block.interface = ifId;
+        std::memcpy(block.circuitId, circuitId.data(), std::min<size_t>(circuitId.size(), 64));
+        requesting = true;
+        isa.request(block);
+        requesting = false;
+    }
+
+    node::Loop loop{node::Pace::instant};
+    std::ostringstream out;
+    node::EventLog log{out};
+    Isa isa;
+    Isa::Stages stages;
+    bool refuse = false;
+    bool requesting = false;
+    std::vector<std::string> replies;
+    std::vector<bool> answered;
+};
+
+using Replies = std::vector<std::string>;
+
+TEST_F(IsaTest, AcceptedLoginIsAnsweredForBothStagesAfterItsDelay) {
+    request(3, "good");
+    EXPECT_TRUE(replies.empty());
+    loop.run(true);
+    EXPECT_EQ(replies, (Replies{"3 2 0", "3 3 0"}));
+    EXPECT_EQ(loop.now(), 10ms);
+    EXPECT_EQ(isa.record(3).verdict, Isa::Verdict::accepted);
+    EXPECT_EQ(answered, std::vector<bool>{true});
+}
+
+TEST_F(IsaTest, RejectedLoginIsAnsweredOnce) {
+    request(3, "stranger");
+    loop.run(true);
+    EXPECT_EQ(replies, (Replies{"3 2 -1"}));
+    EXPECT_EQ(isa.record(3).verdict, Isa::Verdict::rejected);
+}
+
+TEST_F(IsaTest, OnlyStagesSwitchedOnAreAnswered) {
+    stages = {true, false};
+    request(3, "good");
+    loop.run(true);
+    EXPECT_EQ(replies, (Replies{"3 2 0"}));
+    replies.clear();
+    stages = {false, true};
+    request(3, "good");
+    request(4, "stranger");
+    loop.run(true);
+    EXPECT_EQ(replies, (Replies{"4 3 -1", "3 3 0"}));
+    replies.clear();
+    stages = {false, false};
+    request(3, "good");
+    loop.run(true);
+    EXPECT_EQ(replies, Replies{});
+}
+
+TEST_F(IsaTest, DuplicateJoinsTheOpenRequestOfItsLineOnly) {
+    request(3, "good");
+    request(3, "good");
+    request(4, "good");
+    loop.run(true);
+    EXPECT_EQ(replies, (Replies{"3 2 0", "3 3 0", "4 2 0", "4 3 0"}));
+    EXPECT_EQ(isa.record(3).requests, 2u);
+    request(3, "good");
+    loop.run(true);
+    EXPECT_EQ(replies.size(), 6u);
+}
+
+TEST_F(IsaTest, SilentUserIsNeverAnswered) {
+    request(3, "silent");
+    loop.run(true);
+    EXPECT_TRUE(replies.empty());
+    EXPECT_EQ(isa.record(3).verdict, Isa::Verdict::neverAnswered);
+}
+
+TEST_F(IsaTest, AnswerTheModuleDoesNotTakeIsNoVerdict) {
+    refuse = true;
+    request(3, "good");
+    loop.run(true);
+    EXPECT_EQ(replies, (Replies{"3 2 0"}));
+    EXPECT_EQ(isa.record(3).late, 1u);
+    EXPECT_NE(isa.record(3).verdict, Isa::Verdict::accepted);
+    EXPECT_TRUE(answered.empty());
+}
+
+TEST_F(IsaTest, NothingIsAnsweredAfterTheModuleIsGone) {
+    request(3, "good");
+    isa.close();
+    loop.run(true);
+    EXPECT_TRUE(replies.empty());
+}
+
+TEST_F(IsaTest, ClearedConfigurationKnowsNobody) {
+    isa.clearUsers();
+    request(3, "good");
+    loop.run(true);
+    EXPECT_EQ(replies, (Replies{"3 2 -1"}));
+}
+
+TEST_F(IsaTest, CircuitIdWithoutEndIsReadToTheEndOfItsField) {
+    request(3, std::string(64, 'g'));
+    loop.run(true);
+    EXPECT_EQ(replies, (Replies{"3 2 -1"}));
+}
+
+TEST_F(IsaTest, PlatformClassRefusesWithoutIsaAndWithoutBlock) {
+    rpcTalLoginBlockBll block{};
+    isaradiusbll& service = singleton<isaradiusbll>::instance();
+    EXPECT_NE(service.isaradiusbllLoginRequest(&block, nullptr), 0u);
+    node::attachIsa(&isa);
+    EXPECT_NE(service.isaradiusbllLoginRequest(nullptr, nullptr), 0u);
+    EXPECT_EQ(service.isaradiusbllLoginRequest(&block, nullptr), 0u);
+    EXPECT_EQ(service.isaradiusbllTalMode(1), 0u);
+    EXPECT_EQ(service.isaradiusbllClearConfig(), 0u);
+    node::attachIsa(nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,146 @@
+#include "node/loop/loop.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace std::chrono_literals;
+using node::Loop;
+using node::Pace;
+using node::Source;
+using node::Time;
+
+class Times : public Source {
+public:
+    Times(std::vector<Time> times, std::function<void()> onDeliver)
+        : times_(std::move(times)), onDeliver_(std::move(onDeliver)) {}
+    std::optional<Time> next() override {
+        return done_ < times_.size() ? std::optional<Time>(times_[done_]) : std::nullopt;
+    }
+    void deliver() override {
+        ++done_;
+        onDeliver_();
+    }
+
+private:
+    std::vector<Time> times_;
+    std::function<void()> onDeliver_;
+    size_t done_ = 0;
+};
+
+class LoopTest : public testing::Test {
+protected:
+    node::Task note(const std::string& what) {
+        return [this, what] { seen.push_back(what + "@" + std::to_string(loop.now().count())); };
+    }
+    Loop loop{Pace::instant};
+    std::vector<std::string> seen;
+};
+
+TEST_F(LoopTest, EmptyLoopEnds) {
+    loop.run(true);
+    EXPECT_EQ(loop.now(), 0us);
+}
+
+TEST_F(LoopTest, ClockJumpsToWhateverIsNext) {
+    Times source({5us, 20us}, note("frame"));
+    loop.add(source);
+    loop.at(10us, note("timer"));
+    loop.at(3000000000us, note("late"));
+    loop.run(true);
+    EXPECT_EQ(seen,
+              (std::vector<std::string>{"frame@5", "timer@10", "frame@20", "late@3000000000"}));
+}
+
+TEST_F(LoopTest, AtOneInstantPostedTasksThenTimersThenSourcesInTheirOrder) {
+    Times first({7us}, note("first"));
+    Times second({7us}, note("second"));
+    loop.add(first);
+    loop.add(second);
+    loop.at(7us, note("timer b"));
+    loop.at(7us, note("timer a"));
+    loop.at(7us, [this] { loop.post(note("posted")); });
+    loop.run(true);
+    EXPECT_EQ(seen, (std::vector<std::string>{"timer b@7", "timer a@7", "posted@7", "first@7",
+                                              "second@7"}));
+}
+
+TEST_F(LoopTest, WhatATaskPostsRunsBeforeTheNextFrame) {
+    Times source({1us, 1us}, [this] {
+        note("frame")();
+        loop.post(note("event"));
+    });
+    loop.add(source);
+    loop.run(true);
+    EXPECT_EQ(seen, (std::vector<std::string>{"frame@1", "event@1", "frame@1", "event@1"}));
+}
+
+TEST_F(LoopTest, CancelledTimerNeitherRunsNorMovesTheClock) {
+    const Loop::Timer timer = loop.at(50us, note("timer"));
+    loop.at(10us, [&, this] { loop.cancel(timer); });
+    loop.run(true);
+    EXPECT_TRUE(seen.empty());
+    EXPECT_EQ(loop.now(), 10us);
+    loop.cancel(timer);
+}
+
+TEST_F(LoopTest, ClockNeverStepsBack) {
+    loop.at(10us, [this] { loop.at(2us, note("overdue")); });
+    loop.run(true);
+    EXPECT_EQ(seen, (std::vector<std::string>{"overdue@10"}));
+}
+
+TEST_F(LoopTest, StopEndsTheRunAfterTheTaskAtHand) {
+    loop.post([this] {
+        loop.stop();
+        note("first")();
+    });
+    loop.post(note("second"));
+    loop.run(false);
+    EXPECT_EQ(seen, (std::vector<std::string>{"first@0"}));
+}
+
+TEST_F(LoopTest, BusyLoopNoticesDescriptors) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(write(ends[1], "x", 1), 1);
+    loop.watch(ends[0], [this] { loop.stop(); });
+    uint64_t rounds = 0;
+    std::function<void()> again = [&] {
+        if (++rounds < 1000000) {
+            loop.post(again);
+        }
+    };
+    loop.post(again);
+    loop.run(true);
+    EXPECT_LT(rounds, 1000u);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+TEST_F(LoopTest, IdleLoopWaitsForAnotherThread) {
+    std::thread other([this] {
+        loop.post(note("posted"));
+        loop.post([this] { loop.stop(); });
+    });
+    loop.run(false);
+    other.join();
+    EXPECT_EQ(seen, (std::vector<std::string>{"posted@0"}));
+}
+
+TEST(RecordedPace, TakesAsLongAsTheRecording) {
+    Loop loop(Pace::recorded);
+    Times source({0us, 60000us}, [] {});
+    loop.add(source);
+    const auto began = std::chrono::steady_clock::now();
+    loop.run(true);
+    EXPECT_GE(std::chrono::steady_clock::now() - began, 60ms);
+    EXPECT_GE(loop.now(), 60ms);
+}
+
+}  // namespace

@@ -1,0 +1,64 @@
+#include "node/report/report.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+node::RunReport twoLines() {
+    node::RunReport report;
+    node::LineReport first;
+    first.id = 1;
+    first.name = "1/1";
+    first.kernelName = "dsl1";
+    first.frames = 1000;
+    first.traps = 1;
+    first.verdict = "accepted";
+    first.gate = "open";
+    first.stored = true;
+    first.counters = {{"frames-seen", 1000}, {"forwarded", 999}};
+    first.request = {{"circuit", "a\"b\\c"}};
+    node::LineReport second;
+    second.id = 2;
+    second.name = "1/2";
+    second.kernelName = "dsl2";
+    second.replayed = 1;
+    second.verdict = "-";
+    second.gate = "blocked";
+    report.lines = {first, second};
+    report.end = "of SIGTERM";
+    report.seconds = 1.5;
+    return report;
+}
+
+TEST(Report, TableHasARowPerLineAndTotals) {
+    EXPECT_EQ(node::reportTable(twoLines()),
+              "line      frames  traps  replayed  verdict   gate     stored  forwarded\n"
+              "dsl1 1/1    1000      1         0  accepted  open     yes           999\n"
+              "dsl2 1/2       0      0         1  -         blocked  no              0\n"
+              "2 lines     1000      1         1            1 open   1             999\n"
+              "run: 1.500000 s, ended because of SIGTERM\n");
+}
+
+TEST(Report, JsonHoldsEverything) {
+    EXPECT_EQ(node::reportJson(twoLines()),
+              R"({
+  "end": "of SIGTERM",
+  "seconds": 1.500000,
+  "lines": [
+    {"id": 1, "name": "1/1", "kernel-name": "dsl1", "frames": 1000, "traps": 1, "replayed": 0, "verdict": "accepted", "gate": "open", "stored": true, "damage": "",
+     "counters": {"frames-seen": 1000, "forwarded": 999},
+     "request": {"circuit": "a\"b\\c"}},
+    {"id": 2, "name": "1/2", "kernel-name": "dsl2", "frames": 0, "traps": 0, "replayed": 1, "verdict": "-", "gate": "blocked", "stored": false, "damage": "",
+     "counters": {},
+     "request": {}}
+  ]
+}
+)");
+}
+
+TEST(Report, JsonTextIsEscaped) {
+    EXPECT_EQ(node::jsonText(std::string("\"\\\n\x7f\xe9\0z", 7)),
+              "\"\\\"\\\\\\u000a\\u007f\\u00e9\\u0000z\"");
+}
+
+}  // namespace
