@@ -7,7 +7,11 @@ namespace oracle {
 namespace {
 
 std::string format(size_t width, char conversion) {
-    return "%" + (width == 0 ? std::string() : std::to_string(width)) + conversion;
+    std::string text = "%";
+    if (width != 0)
+        text += std::to_string(width);
+    text += conversion;
+    return text;
 }
 
 }  // namespace
