@@ -61,9 +61,7 @@ void decodeAddress(std::string_view line, EventFields& fields) {
 
 void decodePattern(std::string_view line, EventFields& fields) {
     // Kept: the field ends one digit early, so the last word has seven.
-    const std::string_view digits = line.substr(patternAt, 255);
-    for (size_t i = 0; i < 32; ++i)
-        fields.pattern[i] = scanHex(digits.substr(8 * i, 8)).value_or(0);
+    scanHexWords(line.substr(patternAt, 255), fields.pattern);
     fields.patternPresent = true;
 }
 

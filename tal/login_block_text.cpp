@@ -71,8 +71,7 @@ bool readPattern(std::string_view value, uint32_t (&words)[32]) {
         return true;
     if (value.size() != patternTextLength)
         return false;
-    for (size_t i = 0; i < 32; ++i)
-        words[i] = scanHex(value.substr(8 * i, 8), 8).value_or(words[i]);
+    scanHexWords(value, words);
     return true;
 }
 

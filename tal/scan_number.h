@@ -22,4 +22,8 @@ std::optional<uint32_t> scanHex(std::string_view text, size_t width = anyWidth);
 // As scanHex, and takes what was read off the front of the text; a failed read takes nothing.
 std::optional<uint32_t> takeHex(std::string_view& text, size_t width = anyWidth);
 
+// Reads pieces of eight characters, each as scanHex does, the last one as long as the text lasts.
+// A word without a piece, or whose piece has no digit, stays as it was.
+void scanHexWords(std::string_view text, uint32_t (&words)[32]);
+
 }  // namespace tal_text

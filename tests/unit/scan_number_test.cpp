@@ -7,6 +7,8 @@
 
 #include <string.h>
 
+#include <algorithm>
+#include <iterator>
 #include <memory>
 
 namespace {
@@ -14,6 +16,7 @@ namespace {
 using tal_text::anyWidth;
 using tal_text::scanDecimal;
 using tal_text::scanHex;
+using tal_text::scanHexWords;
 using tal_text::takeHex;
 
 struct Good {
@@ -147,6 +150,41 @@ TEST(TakeHex, PrefixIsTakenWithItsZero) {
     text = "0xff";
     EXPECT_EQ(0U, takeHex(text, 2));
     EXPECT_EQ("ff", text);
+}
+
+TEST(ScanHexWords, EveryPieceIsScannedOnItsOwn) {
+    std::string text = "0123456789abcdefABCDEF01";  // words 0 to 2: digits only
+    text += " 1234567";                             // 3: blanks do not count
+    text += "-0000001";                             // 4: a sign
+    text += "0x0000ff";                             // 5: a prefix
+    text += "12g45678";                             // 6: ends at the first other character
+    text += "zzzzzzzz";                             // 7: no digit, stays
+    text += "7f";                                   // 8: the text ends
+    uint32_t words[32];
+    std::fill(std::begin(words), std::end(words), 77U);
+    scanHexWords(text, words);
+    const uint32_t expected[] = {0x01234567, 0x89abcdef, 0xabcdef01, 0x1234567, 0xffffffff,
+                                 0xff,       0x12,       77,         0x7f};
+    for (size_t i = 0; i < 32; i++)
+        EXPECT_EQ(i < std::size(expected) ? expected[i] : 77U, words[i]) << i;
+}
+
+TEST(ScanHexWords, AgreesWithTheLibraryPieceByPiece) {
+    oracle::RandomText random(20240902);
+    for (int i = 0; i < 20000; i++) {
+        std::string text = random.digits(256, "0123456789abcdefABCDEF");
+        if (random.chance(80))
+            random.mutate(text);
+        text.resize(std::min<size_t>(text.size(), 256));
+        const std::unique_ptr<char[]> copy(new char[text.size()]);
+        memcpy(copy.get(), text.data(), text.size());
+        uint32_t words[32] = {};
+        scanHexWords(std::string_view(copy.get(), text.size()), words);
+        for (size_t k = 0; k < 32; k++) {
+            const std::string piece = 8 * k < text.size() ? text.substr(8 * k, 8) : "";
+            ASSERT_EQ(oracle::scanHex(piece, 8).value_or(0), words[k]) << text << " " << k;
+        }
+    }
 }
 
 }  // namespace
