@@ -11,11 +11,11 @@
 #include "tal/scan_number.h"
 #include "tal/storage_format.h"
 
-#include <stdio.h>
 #include <string.h>
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <optional>
 #include <string_view>
 
@@ -23,10 +23,13 @@ namespace tal_text {
 
 namespace {
 
-std::string hexText(uint32_t value, int digits) {
-    char text[9];
-    snprintf(text, sizeof text, "%0*x", digits, value);
-    return text;
+// Lower case, padded with zeros to `digits`.
+std::string hexText(uint32_t value, size_t digits) {
+    char text[8];
+    const char* const end = std::to_chars(text, text + sizeof text, value, 16).ptr;
+    const size_t length = static_cast<size_t>(end - text);
+    std::string padded(digits > length ? digits - length : 0, '0');
+    return padded.append(text, length);
 }
 
 std::string patternText(const uint32_t (&words)[32]) {
