@@ -65,6 +65,13 @@ std::string verdictText(Isa::Verdict verdict) {
     return "";
 }
 
+void dropEverythingOfTheModule() {
+    dropCallbacks();
+    for (BLEntity* entity : registeredEntities()) {
+        forgetEntity(*entity);
+    }
+}
+
 void require(uint32_t result, const std::string& what) {
     if (result != 0) {
         throw std::runtime_error(what + " was refused by the module (result " +
@@ -99,6 +106,9 @@ Node::Node(const Config& config, const Options& options, std::ostream& out)
 }
 
 Node::~Node() {
+    if (library_) {  // nothing of the module is left behind, also after a failed start
+        dropEverythingOfTheModule();
+    }
     attachBridge(nullptr);
     attachIsa(nullptr);
     attachModuleLog(nullptr);
@@ -250,10 +260,7 @@ void Node::stop() {
     for (const std::string& name : stopEntities(order_)) {
         log_.line("module", "entity \"" + name + "\" did not stop cleanly");
     }
-    dropCallbacks();
-    for (BLEntity* entity : registeredEntities()) {
-        forgetEntity(*entity);
-    }
+    dropEverythingOfTheModule();
     const bool gone = library_->unload();
     log_.line("module", gone ? "stopped and unloaded" : "stopped, but the library is still loaded");
 }

@@ -70,6 +70,11 @@ void ReentrantLock::unlockShared() {
     release(mine);
 }
 
+unsigned ReentrantLock::waitingForExclusive() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return waitingExclusive_;
+}
+
 void ReentrantLock::release(Holds& mine) {
     if (mine.shared == 0 && mine.exclusive == 0) {
         holds_.erase(std::this_thread::get_id());

@@ -24,6 +24,8 @@ public:
     void unlockExclusive();
     void unlockShared();
 
+    unsigned waitingForExclusive();  // threads, at this moment
+
 private:
     struct Holds {
         unsigned shared = 0;

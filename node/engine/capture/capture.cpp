@@ -16,6 +16,13 @@ std::string oneLine(std::string text) {
     return text;
 }
 
+// Of a damaged time stamp whatever can be added and subtracted without an overflow.
+Time timeOf(const timeval& stamp) {
+    constexpr int64_t latest = int64_t{1} << 40;
+    return std::chrono::seconds(std::clamp<int64_t>(stamp.tv_sec, 0, latest)) +
+           Time(std::clamp<int64_t>(stamp.tv_usec, 0, 999999));
+}
+
 }  // namespace
 
 Capture::Capture(Settings settings, Deliver deliver)
@@ -61,7 +68,7 @@ void Capture::readNext() {
             }
             return;
         }
-        const Time taken = std::chrono::seconds(header->ts.tv_sec) + Time(header->ts.tv_usec);
+        const Time taken = timeOf(header->ts);
         first_ = first_.value_or(taken);
         due_ = std::max(due_, settings_.start + (taken - *first_));
         frame_ = {bytes, header->caplen};

@@ -132,6 +132,12 @@ TEST_F(CaptureTest, AbsurdLengthEndsTheCapture) {
     EXPECT_NE(damage, "");
 }
 
+TEST_F(CaptureTest, DamagedTimesAreBoundedAndPlayed) {
+    EXPECT_EQ(play(fileHeader() + record(0, 0, frameFrom('a')) +
+                   record(0, 0xffffffff, frameFrom('b')) + record(0x7fffffff, 0, frameFrom('c'))),
+              (Seen{{0s, 'a'}, {0s, 'b'}, {0x7fffffffs, 'c'}}));
+}
+
 TEST_F(CaptureTest, UnplayableFilesAreNamed) {
     EXPECT_THAT(errorOf(""), HasSubstr("x.pcap: the capture is empty"));
     EXPECT_THAT(errorOf("this is a text, not a capture of frames"),

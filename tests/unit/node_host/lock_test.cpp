@@ -61,8 +61,20 @@ private:
 constexpr auto longPatience = 20s;
 constexpr auto shortPatience = 30ms;
 
-bool waits(std::future<bool>& future) {
-    return future.wait_for(50ms) == std::future_status::timeout;
+// Until another thread waits for the exclusive form.
+bool somebodyWaits(ReentrantLock& lock) {
+    const auto end = std::chrono::steady_clock::now() + longPatience;
+    while (lock.waitingForExclusive() == 0) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::yield();
+    }
+    return true;
+}
+
+bool isOpen(std::future<bool>& future) {
+    return future.wait_for(20ms) == std::future_status::timeout;
 }
 
 TEST(ReentrantLock, SharedHoldersDoNotExcludeEachOther) {
@@ -139,7 +151,7 @@ TEST(ReentrantLock, NestedSharedNeverWaitsBehindAWaitingWriter) {
     Other writer;
     ASSERT_TRUE(lock.lockShared());
     std::future<bool> waiting = writer.start([&] { return lock.lockExclusive(); });
-    ASSERT_TRUE(waits(waiting));
+    ASSERT_TRUE(somebodyWaits(lock));
     const auto began = std::chrono::steady_clock::now();
     EXPECT_TRUE(lock.lockShared());
     EXPECT_LT(std::chrono::steady_clock::now() - began, 10s);
@@ -155,12 +167,12 @@ TEST(ReentrantLock, FirstSharedWaitsBehindAWaitingWriter) {
     Other reader;
     ASSERT_TRUE(lock.lockShared());
     std::future<bool> writing = writer.start([&] { return lock.lockExclusive(); });
-    ASSERT_TRUE(waits(writing));
+    ASSERT_TRUE(somebodyWaits(lock));
     std::future<bool> reading = reader.start([&] { return lock.lockShared(); });
-    EXPECT_TRUE(waits(reading));
+    EXPECT_TRUE(isOpen(reading));
     lock.unlockShared();
     EXPECT_TRUE(writing.get());
-    EXPECT_TRUE(waits(reading));
+    EXPECT_TRUE(isOpen(reading));
     writer.run([&] { return lock.unlockExclusive(), true; });
     EXPECT_TRUE(reading.get());
     reader.run([&] { return lock.unlockShared(), true; });
@@ -172,7 +184,7 @@ TEST(ReentrantLock, SecondOfTwoUpgradesIsRefusedAtOnce) {
     ASSERT_TRUE(lock.lockShared());
     ASSERT_TRUE(other.run([&] { return lock.lockShared(); }));
     std::future<bool> first = other.start([&] { return lock.lockExclusive(); });
-    ASSERT_TRUE(waits(first));
+    ASSERT_TRUE(somebodyWaits(lock));
     const auto began = std::chrono::steady_clock::now();
     EXPECT_FALSE(lock.lockExclusive());
     EXPECT_LT(std::chrono::steady_clock::now() - began, 10s);
@@ -188,7 +200,7 @@ TEST(ReentrantLock, UpgradeGoesBeforeAWriterThatWaits) {
     Other writer;
     ASSERT_TRUE(lock.lockShared());
     std::future<bool> writing = writer.start([&] { return lock.lockExclusive(); });
-    ASSERT_TRUE(waits(writing));
+    ASSERT_TRUE(somebodyWaits(lock));
     EXPECT_TRUE(lock.lockExclusive());
     lock.unlockExclusive();
     lock.unlockShared();
