@@ -26,7 +26,7 @@ struct Setting {
     const char* name;
     uint32_t (*set)(unsigned, int);
     uint32_t (*get)(unsigned, bool*);
-    talResultCode (tal::*member)(unsigned, bool*);
+    talResultCode (*member)(tal&, unsigned, bool*);
     const char* engineCall;
     const char* setterName;
     const char* getterName;
@@ -34,17 +34,21 @@ struct Setting {
 };
 
 const Setting settings[] = {
-    {"admin", rpcTalIntfAdminStateSet, rpcTalIntfAdminStateGet, &tal::talIntfAdminStateGet,
+    {"admin", rpcTalIntfAdminStateSet, rpcTalIntfAdminStateGet,
+     [](tal& m, unsigned intf, bool* state) { return m.talIntfAdminStateGet(intf, state); },
      "ittalPortAdminStateSet", "talIntfAdminStateSet", "talIntfAdminStateGet", false},
     {"authentication", rpcTalIntfAuthenAdminStateSet, rpcTalIntfAuthenAdminStateGet,
-     &tal::talIntfAuthenAdminStateGet, "ittalPortAuthenAdminStateSet", "talIntfAuthenAdminStateSet",
-     "talIntfAuthenAdminStateGet", true},
+     [](tal& m, unsigned intf, bool* state) { return m.talIntfAuthenAdminStateGet(intf, state); },
+     "ittalPortAuthenAdminStateSet", "talIntfAuthenAdminStateSet", "talIntfAuthenAdminStateGet",
+     true},
     {"authorization", rpcTalIntfAuthorAdminStateSet, rpcTalIntfAuthorAdminStateGet,
-     &tal::talIntfAuthorAdminStateGet, "ittalPortAuthorAdminStateSet", "talIntfAuthorAdminStateSet",
-     "talIntfAuthorAdminStateGet", true},
+     [](tal& m, unsigned intf, bool* state) { return m.talIntfAuthorAdminStateGet(intf, state); },
+     "ittalPortAuthorAdminStateSet", "talIntfAuthorAdminStateSet", "talIntfAuthorAdminStateGet",
+     true},
     {"automatic request", rpcTalIntfAutoReqAdminStateSet, rpcTalIntfAutoReqAdminStateGet,
-     &tal::talIntfAutoReqAdminStateGet, "ittalPortAutoReqAdminStateSet",
-     "talIntfAutoReqAdminStateSet", "talIntfAutoReqAdminStateGet", false},
+     [](tal& m, unsigned intf, bool* state) { return m.talIntfAutoReqAdminStateGet(intf, state); },
+     "ittalPortAutoReqAdminStateSet", "talIntfAutoReqAdminStateSet", "talIntfAutoReqAdminStateGet",
+     false},
 };
 
 class SettingsServiceTest : public ModuleTest {
@@ -95,7 +99,7 @@ TEST_F(SettingsServiceTest, EachSetterReachesItsOwnSettingOnly) {
                 EXPECT_EQ(0u, other.get(5, &read));
                 EXPECT_EQ(&other == &setting ? state : other.byDefault, read) << other.name;
                 bool member = !read;
-                EXPECT_EQ(talResOk, (module.*other.member)(5, &member));
+                EXPECT_EQ(talResOk, other.member(module, 5, &member));
                 EXPECT_EQ(read, member);
             }
         }
