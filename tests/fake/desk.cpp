@@ -1,5 +1,6 @@
 #include "tests/fake/desk.h"
 
+#include <stdexcept>
 #include <utility>
 
 namespace fake {
@@ -46,33 +47,37 @@ Call& Desk::record(const Ask& question, int result) {
     return log.add(std::move(call));
 }
 
+void Desk::strike(Call& call) {
+    if (faultThrows_) {
+        call.text += " threw";
+        struck_ = call;
+        throw std::runtime_error("the platform failed in " + call.name);
+    }
+    call.text += " = " + std::to_string(call.result);
+    struck_ = call;
+}
+
 int Desk::ask(const Ask& question) {
     bool faulted = false;
     const int result = decide(question, &faulted);
     Call& call = record(question, result);
-    if (result != 0) {
-        call.text += " = " + std::to_string(result);
-    }
     if (faulted) {
-        struck_ = call;
+        strike(call);
+    } else if (result != 0) {
+        call.text += " = " + std::to_string(result);
     }
     return result;
 }
 
 int Desk::askValue(const Ask& question) {
-    bool faulted = false;
-    const int result = decide(question, &faulted);
-    Call& call = record(question, result);
-    call.text += " = " + std::to_string(result);
-    if (faulted) {
-        struck_ = call;
-    }
+    const int result = answers.find(question.name, question.key, false).value_or(question.normal);
+    record(question, result).text += " = " + std::to_string(result);
     return result;
 }
 
 bool Desk::askTruth(const Ask& question) {
-    bool faulted = false;
-    const bool result = decide(question, &faulted) != 0;
+    const bool result =
+        answers.find(question.name, question.key, false).value_or(question.normal) != 0;
     record(question, result).text += result ? " = true" : " = false";
     return result;
 }
@@ -84,7 +89,13 @@ void Desk::output(const std::string& outputs) {
 void Desk::armFault(unsigned n) {
     faultAt_ = n;
     faultCount_ = 0;
+    faultThrows_ = false;
     struck_.reset();
+}
+
+void Desk::armException(unsigned n) {
+    armFault(n);
+    faultThrows_ = true;
 }
 
 void Desk::disarmFault() {

@@ -33,14 +33,17 @@ class Desk {
 public:
     // Records the call and returns its answer.
     int ask(const Ask& question);
-    // As ask() for calls that answer with a value or a truth, which the log always shows.
+    // For calls that answer with a value or a truth: the log always shows it, and no fault
+    // strikes them.
     int askValue(const Ask& question);
     bool askTruth(const Ask& question);
     // Adds what the calling thread's latest call handed out: " -> outputs".
     void output(const std::string& outputs);
 
-    // Refuses the n-th call from now on that can be refused, whatever its name.
+    // Refuses the n-th call from now on that can be refused, whatever its name; or lets it
+    // throw a std::runtime_error.
     void armFault(unsigned n);
+    void armException(unsigned n);
     void disarmFault();
     // The call that was refused; empty while the fault has not struck.
     const std::optional<Call>& struck() const { return struck_; }
@@ -51,9 +54,11 @@ public:
 private:
     int decide(const Ask& question, bool* faulted);
     Call& record(const Ask& question, int result);
+    void strike(Call& call);
 
     unsigned faultAt_ = 0;  // 0: no fault
     unsigned faultCount_ = 0;
+    bool faultThrows_ = false;
     std::optional<Call> struck_;
 };
 

@@ -40,7 +40,8 @@
 //   platform.engine.raise("taldsl1 00...")                    platform.interfaces.fireEvent(5, 4)
 //   platform.manager.applyStart() / applyStop()               platform.manager.entities()
 //
-//   fake::sweepFaults(platform, prepare, operation, check)    tests/fake/fault_sweep.h
+//   fake::sweepFaults(platform, prepare, operation, check)    tests/fake/fault_sweep.h, and
+//   fake::sweepExceptions(...), in which each call throws instead of being refused
 //
 // The end of the object fails the test when a lock is still held or a name of the bridge other
 // than the current one was passed on, and prints the log of a failed test. Every test program
@@ -82,8 +83,10 @@ public:
     void letModuleGo();
     fake::LockDepth locksHeld() const { return desk_.log.heldByAnyone(); }
 
-    // Refuses the n-th refusable call from now on; what it was, once it happened.
+    // Refuses the n-th refusable call from now on, or lets it throw; what it was, once it
+    // happened.
     void armFault(unsigned n) { desk_.armFault(n); }
+    void armException(unsigned n) { desk_.armException(n); }
     void disarmFault() { desk_.disarmFault(); }
     const std::optional<fake::Call>& struck() const { return desk_.struck(); }
 

@@ -2,14 +2,16 @@
 
 namespace fake {
 
-unsigned sweepFaults(FakePlatform& platform, const std::function<void()>& prepare,
-                     const std::function<void()>& operation,
-                     const std::function<void(const FaultRun&)>& check, unsigned mostRuns) {
+namespace {
+
+unsigned sweep(FakePlatform& platform, void (FakePlatform::*arm)(unsigned),
+               const std::function<void()>& prepare, const std::function<void()>& operation,
+               const std::function<void(const FaultRun&)>& check, unsigned mostRuns) {
     for (unsigned number = 1; number <= mostRuns; ++number) {
         prepare();
         platform.forget();
-        platform.armFault(number);
-        operation();
+        (platform.*arm)(number);
+        EXPECT_NO_THROW(operation());
         platform.disarmFault();
 
         FaultRun run;
@@ -20,8 +22,8 @@ unsigned sweepFaults(FakePlatform& platform, const std::function<void()>& prepar
         }
         const testing::ScopedTrace trace(
             __FILE__, __LINE__,
-            run.faulted ? "refused call " + std::to_string(number) + ": " + run.refused.text
-                        : std::string("nothing refused"));
+            run.faulted ? "struck call " + std::to_string(number) + ": " + run.refused.text
+                        : std::string("nothing struck"));
         const LockDepth held = platform.locksHeld();
         EXPECT_EQ(0, held.exclusive);
         EXPECT_EQ(0, held.shared);
@@ -32,6 +34,20 @@ unsigned sweepFaults(FakePlatform& platform, const std::function<void()>& prepar
     }
     ADD_FAILURE() << "no end after " << mostRuns << " runs";
     return mostRuns;
+}
+
+}  // namespace
+
+unsigned sweepFaults(FakePlatform& platform, const std::function<void()>& prepare,
+                     const std::function<void()>& operation,
+                     const std::function<void(const FaultRun&)>& check, unsigned mostRuns) {
+    return sweep(platform, &FakePlatform::armFault, prepare, operation, check, mostRuns);
+}
+
+unsigned sweepExceptions(FakePlatform& platform, const std::function<void()>& prepare,
+                         const std::function<void()>& operation,
+                         const std::function<void(const FaultRun&)>& check, unsigned mostRuns) {
+    return sweep(platform, &FakePlatform::armException, prepare, operation, check, mostRuns);
 }
 
 }  // namespace fake

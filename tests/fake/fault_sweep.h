@@ -24,4 +24,11 @@ unsigned sweepFaults(FakePlatform& platform, const std::function<void()>& prepar
                      const std::function<void()>& operation,
                      const std::function<void(const FaultRun&)>& check, unsigned mostRuns = 2000);
 
+// As above, but the call throws a std::runtime_error. One that leaves `operation` fails the
+// test.
+unsigned sweepExceptions(FakePlatform& platform, const std::function<void()>& prepare,
+                         const std::function<void()>& operation,
+                         const std::function<void(const FaultRun&)>& check,
+                         unsigned mostRuns = 2000);
+
 }  // namespace fake

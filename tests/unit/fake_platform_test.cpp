@@ -277,6 +277,29 @@ TEST_F(FakePlatformTest, SweepRefusesEachCallOnceAndEndsWithACleanRun) {
                                    }));
 }
 
+TEST_F(FakePlatformTest, SweepOfExceptionsThrowsInEachCallOnce) {
+    Lines struck;
+    const unsigned runs = fake::sweepExceptions(
+        platform, [] {},
+        [] {
+            try {
+                const BLLManager::exclusiveLock_t lock;
+                ittalSelectorAdd(bridgeName, "1");
+            } catch (const std::exception&) {
+            }
+        },
+        [&](const fake::FaultRun& run) {
+            struck.push_back(run.faulted ? run.refused.text : "none");
+        });
+    EXPECT_EQ(3u, runs);
+    EXPECT_TRUE(
+        sameLines(struck, {"exclusiveLock() threw", "ittalSelectorAdd(\"1\") threw", "none"}));
+    EXPECT_NONFATAL_FAILURE(fake::sweepExceptions(
+                                platform, [] {}, [] { ittalSelectorAdd(bridgeName, "1"); },
+                                [](const fake::FaultRun&) {}),
+                            "throw");
+}
+
 TEST_F(FakePlatformTest, CallbacksAreFiredThroughTheVectors) {
     Lines seen;
     singleton<itbridge>::instance().talEventCallbacks.push_back(

@@ -171,7 +171,12 @@ TEST_F(InterfaceTableTest, SecondInitReplacesTheRecord) {
     ASSERT_EQ(talResOk, module.talIntfTimeoutSet(7, 9));
     raiseLogin(7);
     ASSERT_EQ(0u, module.talDslIntfDisabled(7));
+    platform.forget();
     ASSERT_EQ(0u, module.talIntfInit(7));
+    // From an all-zero record: the admin state is at its default already, the stages are not.
+    EXPECT_EQ(0u, platform.count("ittalPortAdminStateSet"));
+    EXPECT_EQ(1u, platform.count("ittalPortAuthenAdminStateSet"));
+    EXPECT_EQ(1u, platform.count("ittalPortAuthorAdminStateSet"));
     platform.forget();
 
     bool state = true;
