@@ -237,6 +237,30 @@ TEST_F(InterfaceStatusTest, RefusedReadIsWarnedOfOnceAndAnswersOne) {
     }
 }
 
+TEST_F(InterfaceStatusTest, RefusedReadLeavesTheOutputsAsTheEngineLeftThem) {
+    for (const Read& read : reads()) {
+        platform.answers.always(read.call);
+    }
+    for (const bool before : {false, true}) {
+        bool state = before;
+        EXPECT_EQ(talResError, authen(5, &state));
+        EXPECT_EQ(before, state);
+        EXPECT_EQ(talResError, author(5, &state));
+        EXPECT_EQ(before, state);
+    }
+    Counters counters;
+    counters.fill(77);
+    EXPECT_EQ(talResError, statistics(5, counters));
+    for (const uint32_t counter : counters) {
+        EXPECT_EQ(77u, counter);
+    }
+    uint32_t out[3] = {77, 78, 79};
+    EXPECT_EQ(talResError, states(5, out));
+    EXPECT_EQ(77u, out[0]);
+    EXPECT_EQ(78u, out[1]);
+    EXPECT_EQ(79u, out[2]);
+}
+
 TEST_F(InterfaceStatusTest, RefusedLockIsLoggedAndAnswersOne) {
     for (const Read& read : reads()) {
         platform.answers.clear();
