@@ -3,13 +3,15 @@
 // Tested by tests/unit/node_host/config_test.cpp with a table of good and one of bad files.
 #include "node/config/config.h"
 
-#include <charconv>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <utility>
 
 #include "node/config/section.h"
+#include "node/rules/rule_text.h"
+#include "node/text/bytes.h"
 
 namespace node {
 
@@ -24,19 +26,12 @@ Config::Milliseconds milliseconds(Section& section, const std::string& key) {
     return Config::Milliseconds(section.integer(key, 0, longestDelay, 0));
 }
 
-std::array<uint8_t, 6> macAddress(Section& section, const std::string& key) {
-    const std::string text = section.text(key, 64);
-    std::array<uint8_t, 6> mac{};
-    bool good = text.size() == 17;
-    for (size_t i = 0; good && i < mac.size(); ++i) {
-        const char* const pair = text.data() + 3 * i;
-        const auto [end, error] = std::from_chars(pair, pair + 2, mac[i], 16);
-        good = error == std::errc() && end == pair + 2 && (i == 5 || pair[2] == ':');
-    }
-    if (!good) {
+MacAddress macAddress(Section& section, const std::string& key) {
+    const std::optional<MacAddress> mac = macOf(section.text(key, 64));
+    if (!mac) {
         section.fail(key, "must be six pairs of hex digits joined by \":\"");
     }
-    return mac;
+    return *mac;
 }
 
 Config::Node readNode(Section section) {
@@ -102,21 +97,83 @@ std::vector<Config::Outage> readOutages(Section& section) {
     return outages;
 }
 
-std::string capturePath(Section& section, const std::string& directory) {
-    if (!section.has("capture")) {
-        return {};
-    }
-    const std::string name = section.text("capture", 4096);
+// The path of a file that is there.
+std::string filePath(Section& section, const std::string& key, const std::string& directory) {
+    const std::string name = section.text(key, 4096);
     const std::filesystem::path path = std::filesystem::path(directory) / name;
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
     if (!std::filesystem::exists(status)) {
-        section.fail("capture", "there is no file " + path.string());
+        section.fail(key, "there is no file " + path.string());
     }
     if (!std::filesystem::is_regular_file(status)) {
-        section.fail("capture", path.string() + " is not a regular file");
+        section.fail(key, path.string() + " is not a regular file");
     }
     return path.string();
+}
+
+// Two conditions in one table would read as if both had to hold.
+Config::Rule readRule(Section& section) {
+    const std::vector<std::string> keys = section.keys();
+    if (keys.size() != 1) {
+        section.fail("", "must say one thing: " +
+                             std::string(keys.empty() ? "it is empty"
+                                                      : "the rules of an interface are "
+                                                        "alternatives, each has its own table"));
+    }
+    const std::string& key = keys.front();
+    const std::optional<uint32_t> type = ruleTypeNamed(key);
+    if (!type) {
+        section.refuseUnknown();
+    }
+    std::string text;
+    if (type == ruleAny) {
+        if (!section.flag(key, true)) {
+            section.fail(key, "must be true; a rule that is not wanted is left out");
+        }
+    } else if (type == ruleEtherType || type == ruleVlan) {
+        text = section.textOrNumber(key, longestRuleText);
+    } else {
+        text = section.text(key, longestRuleText);
+    }
+    Config::Rule rule{unsetRule(*type), section.where(key)};
+    const std::string problem = ruleFromText(*type, text, rule.record);
+    if (!problem.empty()) {
+        section.fail(key, problem);
+    }
+    return rule;
+}
+
+// What the module would refuse as incompatible is said here, before anything is applied.
+void checkTogether(const std::vector<Config::Rule>& rules) {
+    const auto etherType = std::find_if(rules.begin(), rules.end(), [](const Config::Rule& rule) {
+        return ruleType(rule.record) == ruleEtherType && rule.record.ethType != etherTypeIpv4;
+    });
+    for (const Config::Rule& rule : rules) {
+        if (etherType != rules.end() && looksIntoIpv4(ruleType(rule.record))) {
+            throw ConfigError(rule.where + ": looks into IPv4 and cannot stand beside " +
+                              ruleText(ruleEtherType, etherType->record));
+        }
+    }
+}
+
+std::vector<Config::Rule> readRules(Section& interface) {
+    std::vector<Config::Rule> rules;
+    for (Section& section : interface.sections("rule")) {
+        Config::Rule rule = readRule(section);
+        const auto place = std::lower_bound(rules.begin(), rules.end(), rule,
+                                            [](const Config::Rule& a, const Config::Rule& b) {
+                                                return ruleType(a.record) < ruleType(b.record);
+                                            });
+        if (place != rules.end() && ruleType(place->record) == ruleType(rule.record)) {
+            throw ConfigError(rule.where +
+                              ": the interface has such a rule already, an "
+                              "interface can have one of each kind");
+        }
+        rules.insert(place, std::move(rule));
+    }
+    checkTogether(rules);
+    return rules;
 }
 
 Config::Interface readInterface(Section& section, const std::string& directory) {
@@ -129,7 +186,9 @@ Config::Interface readInterface(Section& section, const std::string& directory) 
         section.fail("kernel-name", "must be exactly four characters without a blank, is \"" +
                                         interface.kernelName + "\"");
     }
-    interface.capture = capturePath(section, directory);
+    if (section.has("capture")) {
+        interface.capture = filePath(section, "capture", directory);
+    }
     interface.start = milliseconds(section, "start-ms");
     interface.outages = readOutages(section);
     interface.admin = section.flag("tal", interface.admin);
@@ -140,6 +199,7 @@ Config::Interface readInterface(Section& section, const std::string& directory) 
         static_cast<uint32_t>(section.integer("timeout", 1, 300, interface.timeout));
     interface.maxQueueSize =
         static_cast<uint32_t>(section.integer("max-queue-size", 1, 100, interface.maxQueueSize));
+    interface.rules = readRules(section);
     section.refuseUnknown();
     return interface;
 }
@@ -165,6 +225,23 @@ std::vector<Config::Interface> readInterfaces(Section& file, const std::string& 
         file.fail("interface", "there must be at least one [[interface]]");
     }
     return interfaces;
+}
+
+std::vector<Config::Change> readChanges(Section& file, const std::string& directory) {
+    std::vector<Config::Change> changes;
+    for (Section& entry : file.sections("change")) {
+        if (!entry.has("at-ms")) {
+            entry.fail("at-ms", "is missing");
+        }
+        const Config::Change change{milliseconds(entry, "at-ms"),
+                                    filePath(entry, "config", directory)};
+        if (!changes.empty() && change.at <= changes.back().at) {
+            entry.fail("at-ms", "must be later than the change before it");
+        }
+        entry.refuseUnknown();
+        changes.push_back(change);
+    }
+    return changes;
 }
 
 std::string readFile(const std::string& path) {
@@ -204,6 +281,7 @@ Config parseConfig(const std::string& text, const std::string& fileName,
     }
     Section file(table, fileName, "");
     Config config;
+    config.file = fileName;
     if (std::optional<Section> section = file.section("node")) {
         config.node = readNode(std::move(*section));
     }
@@ -211,6 +289,7 @@ Config parseConfig(const std::string& text, const std::string& fileName,
         config.isa = readIsa(std::move(*section));
     }
     config.interfaces = readInterfaces(file, directory);
+    config.changes = readChanges(file, directory);
     file.refuseUnknown();
     return config;
 }

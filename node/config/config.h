@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "rpc/rpctal.h"
+
 namespace node {
 
 // what(): one line, "FILE:LINE: KEY: what is wrong", without what is not known.
@@ -47,6 +49,12 @@ struct Config {
         Milliseconds to{0};
     };
 
+    // One slot of the record is set, that of its type.
+    struct Rule {
+        rpcTalRule record{};
+        std::string where;  // "FILE:LINE: KEY", for what is found out later
+    };
+
     struct Interface {
         unsigned id = 0;              // 1 to 99
         std::string name;             // "1/3"
@@ -60,11 +68,20 @@ struct Config {
         bool autoRequest = false;
         uint32_t timeout = 120;     // seconds
         uint32_t maxQueueSize = 1;  // frames
+        std::vector<Rule> rules;    // ascending types, at most one of each
     };
 
+    // Another configuration takes the place of this one in the middle of a run.
+    struct Change {
+        Milliseconds at{0};
+        std::string config;  // path
+    };
+
+    std::string file;  // its name, as given
     Node node;
     Isa isa;
     std::vector<Interface> interfaces;  // at least one, in the file's order
+    std::vector<Change> changes;        // ascending
 };
 
 // Paths in the text are relative to `directory`; captures must exist. Throws ConfigError.

@@ -38,14 +38,25 @@ Section::Section(const toml::table& table, std::string file, std::string name)
     : table_(table), file_(std::move(file)), name_(std::move(name)) {}
 
 std::string Section::keyName(const std::string& key) const {
-    return name_.empty() ? key : name_ + "." + key;
+    return name_.empty() || key.empty() ? name_ + key : name_ + "." + key;
+}
+
+std::string Section::where(const std::string& key) const {
+    const toml::node* node = table_.get(key);
+    const auto line = (node ? node->source() : table_.source()).begin.line;
+    return file_ + ":" + std::to_string(std::max<unsigned>(line, 1)) + ": " + keyName(key);
 }
 
 void Section::fail(const std::string& key, const std::string& what) const {
-    const toml::node* node = table_.get(key);
-    const auto line = (node ? node->source() : table_.source()).begin.line;
-    throw ConfigError(file_ + ":" + std::to_string(std::max<unsigned>(line, 1)) + ": " +
-                      keyName(key) + ": " + what);
+    throw ConfigError(where(key) + ": " + what);
+}
+
+std::vector<std::string> Section::keys() const {
+    std::vector<std::string> names;
+    for (const auto& [key, value] : table_) {
+        names.emplace_back(key.str());
+    }
+    return names;
 }
 
 const toml::node* Section::find(const std::string& key) {
@@ -78,6 +89,12 @@ std::string Section::text(const std::string& key, size_t longest) {
 
 std::string Section::text(const std::string& key, size_t longest, const std::string& fallback) {
     return has(key) ? text(key, longest) : fallback;
+}
+
+std::string Section::textOrNumber(const std::string& key, size_t longest) {
+    const toml::node* node = find(key);
+    const auto* number = node ? node->as_integer() : nullptr;
+    return number ? std::to_string(number->get()) : text(key, longest);
 }
 
 int64_t Section::integer(const std::string& key, int64_t least, int64_t most) {

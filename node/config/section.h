@@ -14,15 +14,19 @@ namespace node {
 
 class Section {
 public:
-    // `name` is the prefix of the keys in messages; empty for the file itself.
+    // `name` is the prefix of the keys in messages; empty for the file itself. The empty key
+    // stands for the table.
     Section(const toml::table& table, std::string file, std::string name);
 
     bool has(const std::string& key) const { return table_.contains(key); }
+    std::vector<std::string> keys() const;
+    std::string where(const std::string& key) const;  // "FILE:LINE: KEY", as in messages
 
     // The value of `key`, marked as known. Without one: the fallback, or an error.
     std::string text(const std::string& key,
                      size_t longest);  // 1 to `longest` printable characters
     std::string text(const std::string& key, size_t longest, const std::string& fallback);
+    std::string textOrNumber(const std::string& key, size_t longest);  // a number in decimal
     int64_t integer(const std::string& key, int64_t least, int64_t most);
     int64_t integer(const std::string& key, int64_t least, int64_t most, int64_t fallback);
     bool flag(const std::string& key, bool fallback);

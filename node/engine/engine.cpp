@@ -6,30 +6,11 @@
 #include <utility>
 #include <vector>
 
+#include "node/engine/classify.h"
 #include "node/engine/event_line.h"
-#include "node/engine/trigger.h"
+#include "node/engine/trap_text.h"
 
 namespace node {
-
-namespace {
-
-std::string macText(const std::array<uint8_t, 6>& mac) {
-    char text[18];
-    std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
-                  mac[3], mac[4], mac[5]);
-    return text;
-}
-
-std::string trapText(const Frame& frame, Trigger trigger) {
-    std::string text(triggerName(trigger));
-    text += " from " + macText(frame.sourceMac);
-    if (frame.outerVlan) {
-        text += ", VLAN " + std::to_string(*frame.outerVlan);
-    }
-    return text;
-}
-
-}  // namespace
 
 void Engine::addLine(unsigned ifId, const std::string& kernelName) {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -63,16 +44,17 @@ void Engine::frame(unsigned ifId, std::span<const uint8_t> bytes) {
         }
         Line& line = found->second;
         std::optional<Frame> frame;
-        Trigger trigger = Trigger::none;
+        const ittalCondition* rule = nullptr;
         if (line.port.state() != PortState::open) {
+            const RuleBook::Conditions* const conditions = rules_.conditionsOf(ifId);
             frame = parseFrame(bytes);
-            trigger = frame ? triggerOf(*frame) : Trigger::none;
+            rule = frame && conditions ? firstMatch(*frame, *conditions) : nullptr;
         }
-        followup =
-            followupOf(ifId, line, line.port.frame(bytes, trigger != Trigger::none, loop_.now()));
+        followup = followupOf(ifId, line, line.port.frame(bytes, rule != nullptr, loop_.now()));
         if (followup.outcome.raised()) {
+            line.trapRule = conditionText(*rule);
             followup.eventLine = trafficLine(line.kernelName, *frame);
-            followup.trapText = trapText(*frame, trigger);
+            followup.trapText = trapText(*frame, line.trapRule);
         }
     }
     carryOut(std::move(followup), bytes);
@@ -230,12 +212,24 @@ bool Engine::read(unsigned ifId, const std::function<void(const Port&)>& use) co
 }
 
 std::optional<Engine::LineStatus> Engine::status(unsigned ifId) const {
-    std::optional<LineStatus> status;
-    read(ifId, [&](const Port& port) {
-        status =
-            LineStatus{port.state(), port.forwardingState(), port.stageState(Stage::authentication),
-                       port.stageState(Stage::authorization), port.counters()};
-    });
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = lines_.find(ifId);
+    if (found == lines_.end()) {
+        return std::nullopt;
+    }
+    const Port& port = found->second.port;
+    LineStatus status{port.state(),
+                      port.forwardingState(),
+                      port.stageState(Stage::authentication),
+                      port.stageState(Stage::authorization),
+                      port.counters(),
+                      {},
+                      found->second.trapRule};
+    if (const RuleBook::Conditions* const conditions = rules_.conditionsOf(ifId)) {
+        for (const ittalCondition& condition : *conditions) {
+            status.rules.push_back(conditionText(condition));
+        }
+    }
     return status;
 }
 

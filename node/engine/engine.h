@@ -10,6 +10,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "node/engine/port.h"
 #include "node/engine/rule_book.h"
@@ -29,6 +30,8 @@ public:
         StageState authentication = StageState::idle;
         StageState authorization = StageState::idle;
         Counters counters;
+        std::vector<std::string> rules;  // the conditions of its selector, as rules are written
+        std::string trapRule;            // the one that matched last
     };
 
     Engine(Loop& loop, EventLog& log) : loop_(loop), log_(log) {}
@@ -72,6 +75,7 @@ private:
         std::string kernelName;
         Port port;
         std::optional<Loop::Timer> timeout;  // of the request that is open
+        std::string trapRule;                // the rule that matched last
     };
     // What is done once the lock is released.
     struct Followup {

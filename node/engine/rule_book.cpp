@@ -24,6 +24,17 @@ bool rename(Map& map, const std::string& from, const std::string& to) {
     return true;
 }
 
+RuleBook::Conditions::iterator placeOf(RuleBook::Conditions& conditions, uint32_t type) {
+    return std::lower_bound(
+        conditions.begin(), conditions.end(), type,
+        [](const ittalCondition& condition, uint32_t wanted) { return condition.type < wanted; });
+}
+
+bool holds(const RuleBook::Conditions& conditions, RuleBook::Conditions::iterator place,
+           uint32_t type) {
+    return place != conditions.end() && place->type == type;
+}
+
 }  // namespace
 
 bool RuleBook::addSelector(const std::string& name) {
@@ -50,12 +61,28 @@ bool RuleBook::renameSelector(const std::string& from, const std::string& to) {
 
 bool RuleBook::addCondition(const std::string& selector, const ittalCondition& condition) {
     const auto found = selectors_.find(selector);
-    return found != selectors_.end() && found->second.try_emplace(condition.type, condition).second;
+    if (found == selectors_.end()) {
+        return false;
+    }
+    const auto place = placeOf(found->second, condition.type);
+    if (holds(found->second, place, condition.type)) {
+        return false;
+    }
+    found->second.insert(place, condition);
+    return true;
 }
 
 bool RuleBook::deleteCondition(const std::string& selector, uint32_t type) {
     const auto found = selectors_.find(selector);
-    return found != selectors_.end() && found->second.erase(type) != 0;
+    if (found == selectors_.end()) {
+        return false;
+    }
+    const auto place = placeOf(found->second, type);
+    if (!holds(found->second, place, type)) {
+        return false;
+    }
+    found->second.erase(place);
+    return true;
 }
 
 bool RuleBook::addActionList(const std::string& name) {
@@ -113,6 +140,11 @@ const RuleBook::Actions* RuleBook::actions(const std::string& list) const {
 
 const RuleBook::Binding* RuleBook::binding(unsigned ifId) const {
     return find(bindings_, ifId);
+}
+
+const RuleBook::Conditions* RuleBook::conditionsOf(unsigned ifId) const {
+    const Binding* const bound = binding(ifId);
+    return bound ? conditions(bound->selector) : nullptr;
 }
 
 }  // namespace node

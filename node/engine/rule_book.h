@@ -5,6 +5,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "platform/ittal.h"
 
@@ -18,8 +19,8 @@ public:
         int mode = 0;
         unsigned position = 0;
     };
-    using Conditions = std::map<uint32_t, ittalCondition>;  // by rule type
-    using Actions = std::map<uint32_t, uint32_t>;           // action code by type
+    using Conditions = std::vector<ittalCondition>;  // ascending rule types
+    using Actions = std::map<uint32_t, uint32_t>;    // action code by type
 
     // All answer whether the book now says what was asked for. Adding a selector or a list
     // that exists changes nothing and succeeds, so that a start can be repeated; a second
@@ -40,6 +41,7 @@ public:
     const Conditions* conditions(const std::string& selector) const;
     const Actions* actions(const std::string& list) const;
     const Binding* binding(unsigned ifId) const;
+    const Conditions* conditionsOf(unsigned ifId) const;  // of the selector it is bound to
 
 private:
     std::map<std::string, Conditions> selectors_;
