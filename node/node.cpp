@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <system_error>
 
+#include "node/config/reload.h"
 #include "node/engine/bridge.h"
 #include "node/host/board.h"
 #include "node/host/interfaces.h"
@@ -19,6 +20,7 @@
 #include "node/host/module_log.h"
 #include "node/isa/login_text.h"
 #include "node/module/lifecycle.h"
+#include "node/module/settings.h"
 #include "node/store/stored_logins.h"
 #include "platform/itbridge.h"
 
@@ -72,17 +74,11 @@ void dropEverythingOfTheModule() {
     }
 }
 
-void require(uint32_t result, const std::string& what) {
-    if (result != 0) {
-        throw std::runtime_error(what + " was refused by the module (result " +
-                                 std::to_string(result) + ")");
-    }
-}
-
 }  // namespace
 
 Node::Node(const Config& config, const Options& options, std::ostream& out)
-    : config_(config),
+    : file_(config.file),
+      config_(config),
       options_(options),
       log_(out),
       loop_(paceOf(config, options)),
@@ -92,7 +88,7 @@ Node::Node(const Config& config, const Options& options, std::ostream& out)
     for (const Config::Interface& interface : config_.interfaces) {
         log_.setLabel(interface.id, interface.kernelName + " " + interface.name);
         engine_.addLine(interface.id, interface.kernelName);
-        PlayedLine line{&interface, nullptr};
+        PlayedLine line{interface.id, interface.name, interface.kernelName, nullptr};
         if (!interface.capture.empty()) {
             line.capture = std::make_unique<Capture>(
                 Capture::Settings{interface.capture, interface.start, config_.node.mac},
@@ -173,31 +169,36 @@ void Node::start() {
     log_.line("module", "started " + names);
 }
 
-void Node::applyInterfaceSettings(const Config::Interface& interface) {
-    const unsigned id = interface.id;
-    const std::string where = " of interface " + interface.name;
-    require(library_->timeoutSet(id, interface.timeout), "timeout" + where);
-    require(library_->maxQueueSizeSet(id, interface.maxQueueSize), "max-queue-size" + where);
-    require(library_->intfAuthenAdminStateSet(id, interface.authentication),
-            "authentication" + where);
-    require(library_->intfAuthorAdminStateSet(id, interface.authorization),
-            "authorization" + where);
-    // Set only when on: the module forgets the stored login of a line without rules whenever
-    // automatic requests are switched on, and they are off in a new module.
-    if (interface.autoRequest) {
-        require(library_->intfAutoReqAdminStateSet(id, 1), "auto-request" + where);
-    }
-    require(library_->intfAdminStateSet(id, interface.admin), "tal" + where);
+void Node::applyConfig(const Config& config) {
+    applyConfiguration([&] { applySettings(*library_, config, log_); });
 }
 
-void Node::applySettings() {
-    applyConfiguration([this] {
-        require(library_->adminStateSet(config_.node.tal), "tal of the node");
-        for (const Config::Interface& interface : config_.interfaces) {
-            applyInterfaceSettings(interface);
+void Node::noteDeleted() {
+    std::map<unsigned, std::string> now = readStoredLogins(storedLoginsFile);
+    for (const auto& [ifId, block] : stored_) {
+        if (now.count(ifId) == 0) {
+            log_.line(ifId, "stored", std::string("deleted from ") + storedLoginsFile);
         }
-    });
-    log_.line("module", "configuration applied");
+    }
+    stored_ = std::move(now);
+}
+
+std::string Node::reload(const std::string& path) {
+    std::string problem;
+    try {
+        Config next = loadConfig(path);
+        problem = needsRestart(config_, next);
+        if (problem.empty()) {
+            isa_.replaceUsers(userList(next.isa));
+            config_ = std::move(next);
+            applyConfig(config_);
+        }
+    } catch (const std::exception& error) {
+        problem = error.what();
+    }
+    noteDeleted();
+    log_.line("reload", problem.empty() ? path + " applied" : "refused: " + problem);
+    return problem;
 }
 
 void Node::setLink(unsigned ifId, bool up) {
@@ -218,11 +219,18 @@ void Node::scheduleLinks() {
     }
 }
 
+void Node::scheduleChanges() {
+    for (const Config::Change& change : config_.changes) {
+        loop_.at(change.at, [this, path = change.config] { reload(path); });
+    }
+}
+
 void Node::watchSignals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     signalFd_ = signalfd(-1, &signals, SFD_NONBLOCK | SFD_CLOEXEC);
     if (signalFd_ < 0) {
@@ -230,7 +238,12 @@ void Node::watchSignals() {
     }
     loop_.watch(signalFd_, [this] {
         signalfd_siginfo info{};
-        if (read(signalFd_, &info, sizeof info) == sizeof info) {
+        if (read(signalFd_, &info, sizeof info) != sizeof info) {
+            return;
+        }
+        if (info.ssi_signo == SIGHUP) {
+            reload(file_);
+        } else {
             end_ = info.ssi_signo == SIGTERM ? "of SIGTERM" : "of SIGINT";
             loop_.stop();
         }
@@ -270,8 +283,10 @@ RunReport Node::run() {
     attach();
     stored_ = readStoredLogins(storedLoginsFile);
     start();
-    applySettings();
+    applyConfig(config_);
+    log_.line("module", "configuration applied");
     scheduleLinks();
+    scheduleChanges();
     loop_.everySecond([this] { showProgress(); });
     const bool captures = std::any_of(lines_.begin(), lines_.end(), [](const PlayedLine& line) {
         return line.capture != nullptr;
@@ -279,7 +294,7 @@ RunReport Node::run() {
     loop_.run(captures && !options_.stay);
     for (const PlayedLine& line : lines_) {
         if (line.capture && !line.capture->damage().empty()) {
-            log_.line(line.config->id, "capture", line.capture->damage());
+            log_.line(line.id, "capture", line.capture->damage());
         }
     }
     RunReport result = report();
@@ -289,19 +304,20 @@ RunReport Node::run() {
 
 LineReport Node::reportLine(const PlayedLine& line,
                             const std::map<unsigned, std::string>& stored) const {
-    const Config::Interface& interface = *line.config;
-    const Isa::Record record = isa_.record(interface.id);
-    const Engine::LineStatus status = engine_.status(interface.id).value_or(Engine::LineStatus{});
+    const Isa::Record record = isa_.record(line.id);
+    const Engine::LineStatus status = engine_.status(line.id).value_or(Engine::LineStatus{});
     LineReport result;
-    result.id = interface.id;
-    result.name = interface.name;
-    result.kernelName = interface.kernelName;
+    result.id = line.id;
+    result.name = line.name;
+    result.kernelName = line.kernelName;
     result.frames = line.capture ? line.capture->frames() : 0;
     result.replayed = status.counters[Counter::storedRequests];
     result.traps = status.counters[Counter::requestsRaised] - result.replayed;
     result.verdict = verdictText(record.verdict);
     result.gate = portStateName(status.state);
-    result.stored = stored.count(interface.id) != 0;
+    result.stored = stored.count(line.id) != 0;
+    result.rule = status.trapRule;
+    result.rules = status.rules;
     for (size_t i = 0; i < counterCount; ++i) {
         result.counters.emplace_back(counterName(static_cast<Counter>(i)),
                                      status.counters.values()[i]);

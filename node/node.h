@@ -35,21 +35,30 @@ public:
     Node(const Node&) = delete;
     Node& operator=(const Node&) = delete;
 
-    // From load to unload. Blocks SIGTERM and SIGINT in the calling thread; either ends the
-    // run. Throws std::runtime_error with one line when the module cannot be run.
+    // From load to unload. Blocks SIGTERM, SIGINT and SIGHUP in the calling thread; the first
+    // two end the run, the third reloads the configuration's file. Throws std::runtime_error
+    // with one line when the module cannot be run.
     RunReport run();
+
+    // Makes settings, rules and users what the file says, from within the run: on the loop.
+    // Empty when all was applied; else what is wrong, in one line. Then nothing is changed,
+    // unless the module itself refused something: what came before that stays applied.
+    std::string reload(const std::string& path);
 
 private:
     struct PlayedLine {
-        const Config::Interface* config;
+        unsigned id;
+        std::string name;
+        std::string kernelName;
         std::unique_ptr<Capture> capture;  // null: no traffic
     };
 
     void attach();
     void start();
-    void applySettings();
-    void applyInterfaceSettings(const Config::Interface& interface);
+    void applyConfig(const Config& config);
+    void noteDeleted();
     void scheduleLinks();
+    void scheduleChanges();
     void setLink(unsigned ifId, bool up);
     void watchSignals();
     void stop();
@@ -59,7 +68,8 @@ private:
     LineReport reportLine(const PlayedLine& line,
                           const std::map<unsigned, std::string>& stored) const;
 
-    const Config config_;
+    const std::string file_;  // what SIGHUP reads again
+    Config config_;           // as applied last
     const Options options_;
     EventLog log_;
     Loop loop_;

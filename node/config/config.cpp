@@ -200,6 +200,7 @@ Config::Interface readInterface(Section& section, const std::string& directory) 
     interface.maxQueueSize =
         static_cast<uint32_t>(section.integer("max-queue-size", 1, 100, interface.maxQueueSize));
     interface.rules = readRules(section);
+    interface.where = section.where("");
     section.refuseUnknown();
     return interface;
 }

@@ -47,6 +47,7 @@ struct Config {
     struct Outage {
         Milliseconds from{0};
         Milliseconds to{0};
+        bool operator==(const Outage&) const = default;
     };
 
     // One slot of the record is set, that of its type.
@@ -69,6 +70,7 @@ struct Config {
         uint32_t timeout = 120;     // seconds
         uint32_t maxQueueSize = 1;  // frames
         std::vector<Rule> rules;    // ascending types, at most one of each
+        std::string where;          // "FILE:LINE: interface"
     };
 
     // Another configuration takes the place of this one in the middle of a run.

@@ -86,6 +86,10 @@ std::string frameText(const Frame& frame) {
     if (frame.etherType == MATCH_TYPE_IPV4) {
         return "IPv4";
     }
+    constexpr uint16_t lowestType = 0x0600;  // what is below is a length
+    if (frame.etherType < lowestType) {
+        return "802.3 frame";
+    }
     char text[24];
     std::snprintf(text, sizeof text, "EtherType 0x%04x", frame.etherType);
     return text;

@@ -92,6 +92,11 @@ void Isa::talMode(bool on) {
     log_.line("isa", on ? "TAL is on" : "TAL is off");
 }
 
+void Isa::replaceUsers(UserList users) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    users_ = std::move(users);
+}
+
 void Isa::clearUsers() {
     {
         const std::lock_guard<std::mutex> lock(mutex_);

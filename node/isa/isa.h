@@ -47,8 +47,9 @@ public:
 
     void request(const rpcTalLoginBlockBll& block);
     void talMode(bool on);
-    void clearUsers();  // everybody is unknown from now on
-    void close();       // the module is gone: answers that are still due are dropped
+    void replaceUsers(UserList users);  // for requests that arrive from now on
+    void clearUsers();                  // everybody is unknown from now on
+    void close();  // the module is gone: answers that are still due are dropped
 
     Record record(unsigned ifId) const;
 

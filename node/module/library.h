@@ -33,11 +33,20 @@ public:
     decltype(&::rpcTalIntfAuthorAdminStateSet) intfAuthorAdminStateSet = nullptr;
     decltype(&::rpcTalIntfAuthorAdminStateGet) intfAuthorAdminStateGet = nullptr;
     decltype(&::rpcTalIntfAutoReqAdminStateSet) intfAutoReqAdminStateSet = nullptr;
+    decltype(&::rpcTalIntfAutoReqAdminStateGet) intfAutoReqAdminStateGet = nullptr;
+    decltype(&::rpcTalRuleSet) ruleSet = nullptr;
+    decltype(&::rpcTalRuleGet) ruleGet = nullptr;
     decltype(&::rpcTalReply) reply = nullptr;
 
     // Settings that have no service function.
     uint32_t timeoutSet(unsigned ifId, uint32_t seconds) const;
     uint32_t maxQueueSizeSet(unsigned ifId, uint32_t frames) const;
+
+    // The rule for any frame. The record of the service functions has no field for it: added
+    // through them it would reach the engine and stay unknown to the module's table, so that
+    // nothing could find or delete it.
+    bool anyRuleExists(unsigned ifId) const;
+    uint32_t anyRuleSet(unsigned ifId, bool present) const;  // a talResultCode; interface 0: all
 
 private:
     using MemberSet = uint32_t (*)(tal* self, unsigned ifId, uint32_t value);
@@ -50,6 +59,9 @@ private:
     tal& (*instance_)() = nullptr;
     MemberSet timeoutSet_ = nullptr;
     MemberSet maxQueueSizeSet_ = nullptr;
+    void (*ruleDefaultSet_)(tal* self, talRule* rule) = nullptr;
+    talResultCode (*ruleSet_)(tal* self, unsigned ifId, talRule* rule, talOperation op) = nullptr;
+    bool (*ruleExists_)(tal* self, unsigned ifId, talRuleType type) = nullptr;
 };
 
 // The path of the library that belongs to this program: in the build, or as installed; the

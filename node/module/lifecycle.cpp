@@ -82,10 +82,18 @@ void applyConfiguration(const std::function<void()>& settings) {
     for (const auto& callback : manager.configurationApplyStartCallbacks) {
         callback();
     }
-    settings();
-    for (const auto& callback : manager.configurationApplyStopCallbacks) {
-        callback(0);
+    const auto stop = [&manager](int result) {
+        for (const auto& callback : manager.configurationApplyStopCallbacks) {
+            callback(result);
+        }
+    };
+    try {
+        settings();
+    } catch (...) {
+        stop(1);
+        throw;
     }
+    stop(0);
 }
 
 void dropCallbacks() {

@@ -22,7 +22,8 @@ void startEntities(const std::vector<BLEntity*>& order);
 // In the reverse order. The names of those that reported failure.
 std::vector<std::string> stopEntities(const std::vector<BLEntity*>& order);
 
-// Fires the start callbacks, applies, fires the stop callbacks; with no lock held.
+// Fires the start callbacks, applies, fires the stop callbacks, also when `settings` throws; with
+// no lock held.
 void applyConfiguration(const std::function<void()>& settings);
 
 // What the module left in the platform's callback vectors is dropped, before its code goes.

@@ -8,7 +8,7 @@ namespace node {
 
 namespace {
 
-constexpr size_t columnCount = 8;
+constexpr size_t columnCount = 9;
 using Row = std::array<std::string, columnCount>;
 
 Row rowOf(const LineReport& line) {
@@ -19,7 +19,8 @@ Row rowOf(const LineReport& line) {
             line.verdict,
             line.gate,
             line.stored ? "yes" : "no",
-            std::to_string(line.counters.empty() ? 0 : line.counters.back().second)};
+            std::to_string(line.counters.empty() ? 0 : line.counters.back().second),
+            line.rule};
 }
 
 bool isNumber(size_t column) {
@@ -36,7 +37,7 @@ std::string number(double value) {
 
 std::string reportTable(const RunReport& report) {
     std::vector<Row> rows{
-        {"line", "frames", "traps", "replayed", "verdict", "gate", "stored", "forwarded"}};
+        {"line", "frames", "traps", "replayed", "verdict", "gate", "stored", "forwarded", "rule"}};
     LineReport total;
     uint64_t stored = 0;
     uint64_t open = 0;
@@ -53,7 +54,7 @@ std::string reportTable(const RunReport& report) {
     rows.push_back({std::to_string(report.lines.size()) + " lines", std::to_string(total.frames),
                     std::to_string(total.traps), std::to_string(total.replayed), "",
                     std::to_string(open) + " open", std::to_string(stored),
-                    std::to_string(forwarded)});
+                    std::to_string(forwarded), ""});
     std::array<size_t, columnCount> widths{};
     for (const Row& row : rows) {
         for (size_t i = 0; i < row.size(); ++i) {
@@ -104,7 +105,12 @@ std::string reportJson(const RunReport& report) {
                 ", \"replayed\": " + std::to_string(line.replayed) +
                 ", \"verdict\": " + jsonText(line.verdict) + ", \"gate\": " + jsonText(line.gate) +
                 ", \"stored\": " + (line.stored ? "true" : "false") +
-                ", \"damage\": " + jsonText(line.damage) + ",\n     \"counters\": {";
+                ", \"damage\": " + jsonText(line.damage) +
+                ",\n     \"rule\": " + jsonText(line.rule) + ", \"rules\": [";
+        for (size_t k = 0; k < line.rules.size(); ++k) {
+            json += (k == 0 ? "" : ", ") + jsonText(line.rules[k]);
+        }
+        json += "],\n     \"counters\": {";
         for (size_t k = 0; k < line.counters.size(); ++k) {
             json += (k == 0 ? "" : ", ") + jsonText(line.counters[k].first) + ": " +
                     std::to_string(line.counters[k].second);

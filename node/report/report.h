@@ -16,10 +16,12 @@ struct LineReport {
     uint64_t traps = 0;     // logins asked for by traffic or by the line itself
     uint64_t replayed = 0;  // stored logins asked for again
     std::string verdict;    // the last one, "-" when nothing was asked
+    std::string rule;       // of the last trap, empty when there was none
     std::string gate;
     bool stored = false;  // a login is in the storage file
     std::vector<std::pair<std::string, uint64_t>> counters;
     std::vector<std::pair<std::string, std::string>> request;  // identifiers of the last one
+    std::vector<std::string> rules;                            // that the engine has
     std::string damage;                                        // of the line's capture
 };
 
