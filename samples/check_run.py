@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Checks what two runs of samples/node.toml came to: check_run.py DIRECTORY
+"""Checks what three runs of samples/node.toml came to: check_run.py DIRECTORY
 
-The directory holds, of the first and of the second run, the report (first.json), the node's
-output (first.log) and the storage file after the run (first.dat). Prints one line per thing
-checked and fails when any of them is not as it must be.
+The directory holds, of the first run, of the second and of one whose configuration has no rules
+at all and finds no stored logins (ruleless), the report (first.json), the node's output
+(first.log) and the storage file after the run (first.dat). Prints one line per thing checked and
+fails when any of them is not as it must be.
 """
 import json
 import pathlib
@@ -24,12 +25,38 @@ ACCEPTED = {
     "1/6": {"mac": "06:08:0a:0c:0e:00", "ip": "19.0.0.1"},
     "1/8": {"vendor": "udhcp 1.35.0", "client": "7294b6d8fa1c", "mac": "07:09:0b:0d:0f:01",
             "vlan": "100"},
+    "1/10": {"mac": "08:0a:0c:0e:00:02"},
+    "1/11": {"mac": "08:0a:0c:0e:00:02"},
+    "1/12": {"mac": "05:07:09:0b:0d:0f", "ip": "19.0.0.1"},
+    "1/13": {"vendor": "udhcp 1.35.0", "client": "7294b6d8fa1c", "mac": "07:09:0b:0d:0f:01",
+             "vlan": "100"},
 }
+# What triggers each login: a line has this rule and no other. Among the accepted ones every kind
+# of rule is there once.
+RULES = {
+    "1/1": "vendor-id udhcp*",
+    "1/2": "client-id subscriber-2*",
+    "1/3": "dhcp discover",
+    "1/4": "remote-id subscriber-0004*",
+    "1/5": "ethertype 0x0806",
+    "1/6": "ip 192.0.2.16/32",
+    "1/7": "dhcp any",
+    "1/8": "vlan 100",
+    "1/10": "any",
+    "1/11": "ethertype 0x888e",
+    "1/12": "mac 52:74:96:00:00:00/ff:ff:ff:00:00:00",
+    "1/13": "user-pattern " + 12 * "00" + "8100a0/" + 12 * "00" + "ffffe0",
+}
+KINDS = ["any", "client-id", "dhcp", "ethertype", "ip", "mac", "remote-id", "user-pattern",
+         "vendor-id", "vlan"]
+NOISE_RULES = ["dhcp any", "ip 192.0.2.0/24", "vlan 101"]
 # Source address of the trapped frame: the pattern, a copy of the frame, must carry it.
 SOURCES = {"1/1": "123456789abc", "1/2": "22446688aacc", "1/3": "32547698badc",
-           "1/4": "e20426486a8c", "1/6": "6284a6c8ea0c", "1/8": "7294b6d8fa1c"}
+           "1/4": "e20426486a8c", "1/6": "6284a6c8ea0c", "1/8": "7294b6d8fa1c",
+           "1/10": "82a4c6e80a2c", "1/11": "82a4c6e80a2c", "1/12": "527496b8dafc",
+           "1/13": "7294b6d8fa1c"}
 # The storage file holds the VLAN id in hex and it is read back as decimal.
-REPLAYED_DIFFERENTLY = {"1/8": {"vlan": "64"}}
+REPLAYED_DIFFERENTLY = {"1/8": {"vlan": "64"}, "1/13": {"vlan": "64"}}
 REJECTED = "1/5"
 NEVER_ANSWERED = "1/7"
 NOISE = "1/9"
@@ -79,7 +106,7 @@ def identifiers(line):
     return {key: value for key, value in line["request"].items() if key != "pattern"}
 
 
-def check_run(title, lines, log, end):
+def check_whole(title, lines, log, end):
     print(title)
     check("the captures were played to their end", end, "the captures were played")
     check("the module was unloaded", any("stopped and unloaded" in line for line in log), True)
@@ -88,6 +115,15 @@ def check_run(title, lines, log, end):
     for name, line in lines.items():
         check(f"{name} its capture is whole and has frames",
               (line["damage"], line["frames"] > 0), ("", True))
+
+
+def check_run(title, lines, log, end):
+    check_whole(title, lines, log, end)
+    for name, line in lines.items():
+        check(f"{name} its rules", line["rules"],
+              NOISE_RULES if name == NOISE else [RULES[name]])
+        check(f"{name} the rule that triggered", line["rule"],
+              RULES[name] if line["traps"] else "")
         closed = name not in ACCEPTED
         check(f"{name} gate {'let nothing' if closed else 'lets frames'} through",
               line["counters"]["forwarded"] == 0, closed)
@@ -116,6 +152,8 @@ def check_first(lines, log, data):
         check(f"{name} trap, request, verdict, open gate, stored login",
               in_order(["trap", "gate", "request", "verdict", "gate", "stored"], steps(log, name)),
               True)
+    check("every kind of rule triggered one of the accepted logins",
+          sorted(lines[name]["rule"].split()[0] for name in ACCEPTED), KINDS)
     blocks, count = stored_blocks(data)
     check("the storage file holds the accepted logins and no other", blocks,
           {lines[name]["id"]: CIRCUIT + name for name in ACCEPTED})
@@ -140,6 +178,19 @@ def check_second(lines, log, data, first_lines, first_data):
     check("the storage file is what it was", data == first_data, True)
 
 
+def check_ruleless(lines, log, data, end):
+    check_whole("a run without rules: the same traffic, every line stays blocked", lines, log, end)
+    for name, line in lines.items():
+        check(f"{name} verdict, gate, stored, logins asked for, rules",
+              (line["verdict"], line["gate"], line["stored"], line["traps"], line["rules"]),
+              ("-", "blocked", False, 0, []))
+        check(f"{name} every frame was dropped",
+              line["counters"]["dropped-blocked"], line["frames"])
+    check("nothing was trapped or asked",
+          [line for line in log if " trap " in line or " request " in line], [])
+    check("the storage file holds nothing", data, "")
+
+
 def main():
     directory = pathlib.Path(sys.argv[1])
     first_lines, first_log, first_data, first_end = load(directory, "first")
@@ -148,6 +199,7 @@ def main():
     check_first(first_lines, first_log, first_data)
     check_run("second run: stored logins are replayed", second_lines, second_log, second_end)
     check_second(second_lines, second_log, second_data, first_lines, first_data)
+    check_ruleless(*load(directory, "ruleless"))
     if failures:
         sys.exit(f"{failures} checks failed")
 

@@ -1,10 +1,10 @@
 #!/usr/bin/python3
-"""Compares what the captures' README says with the captures.
+"""Compares what the captures' README says with the captures and the node that plays them.
 
 usage: check_captures.py [DIRECTORY]      (default: samples/ of this repository)
 
-Every cell of the tables "Lines", "Noise" and "Bad captures" that a machine can judge is computed
-from the captures and compared, and some rules hold for every capture. Prints each difference
+Every cell of the tables "Lines", "Noise", "Bad captures" and "The node that plays them" that a
+machine can judge is computed from the captures and node.toml and compared, and some rules hold for every capture. Prints each difference
 and fails if there is one.
 """
 import importlib.util
@@ -12,6 +12,7 @@ import ipaddress
 import pathlib
 import struct
 import sys
+import tomllib
 
 sys.dont_write_bytecode = True  # nothing may appear beside the captures
 
@@ -126,7 +127,7 @@ class View:
             return None
         return Dhcp(body[8:]) if set(struct.unpack_from(">HH", body)) <= {67, 68} else None
 
-    def trigger(self):
+    def request(self):
         if self.dhcp and self.dhcp.kind == "DISCOVER":
             return "DISCOVER"
         return {0x0800: "IPv4", 0x0806: "ARP"}.get(self.etherType)
@@ -216,9 +217,9 @@ def shown(value):
 
 def lineFacts(capture):
     views = [View(frame) for frame in capture.frames]
-    first = next(((number, view) for number, view in enumerate(views, 1) if view.trigger()), None)
+    first = next(((number, view) for number, view in enumerate(views, 1) if view.request()), None)
     if first is None:
-        return {"frames": str(len(views)), "trigger": "nothing", "in frame": "-",
+        return {"frames": str(len(views)), "first request": "none", "in frame": "-",
                 "source MAC": macOfAll(views), "DHCP client": "-", "option 60": "-",
                 "option 61": "-", "circuit id": "-", "remote id": "-", "VLAN": "-", "lease": "-"}
     number, view = first
@@ -227,7 +228,7 @@ def lineFacts(capture):
     agent = dhcp.agent if dhcp else {}
     return {
         "frames": str(len(views)),
-        "trigger": view.trigger(),
+        "first request": view.request(),
         "in frame": str(number),
         "source MAC": view.source,
         "DHCP client": dhcp.clientMac if dhcp else "-",
@@ -347,7 +348,30 @@ def check(directory):
     problems += [f"noise.pcap: no {kind}" for kind in noise.keys() - kinds.keys()]
 
     problems += checkBad(directory, table(readme, "Bad captures"))
+    problems += checkNode(directory, table(readme, "The node that plays them"))
     return problems
+
+
+def ruleText(key, value):
+    if value is True:
+        return key
+    return f"{key} {value:#06x}" if key == "ethertype" and isinstance(value, int) else (
+        f"{key} {value}")
+
+
+def checkNode(directory, rows):
+    node = tomllib.loads((directory / "node.toml").read_text())
+    verdicts = {user["circuit-id"].rpartition(" ")[2].partition("/")[2]: user["verdict"]
+                for user in node["isa"]["user"]}
+    says = {row["line"]: row for row in rows}
+    lines = {interface["name"]: interface for interface in node["interface"]}
+    for name in sorted(says.keys() ^ lines.keys()):
+        yield f"{name}: only in {'the table of the node' if name in says else 'node.toml'}"
+    for name in says.keys() & lines.keys():
+        rules = [ruleText(*pair) for rule in lines[name].get("rule", []) for pair in rule.items()]
+        yield from compare("line " + name, says[name],
+                           {"capture": lines[name]["capture"], "rules": ", ".join(rules),
+                            "answer": verdicts.get(name, node["isa"]["unknown"])})
 
 
 def whatIsWrong(capture):

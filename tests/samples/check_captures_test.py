@@ -39,11 +39,11 @@ class CaptureCheck(unittest.TestCase):
     def testAnUntouchedCopyIsFine(self):
         self.assertEqual(check(self.directory), [])
 
-    def testEveryCellOfLinesNoiseAndBadCapturesIsChecked(self):
+    def testEveryCellOfTheTablesIsChecked(self):
         readme = self.directory / "README.md"
         text = readme.read_text()
         tried = 0
-        for heading in ("Lines", "Noise", "Bad captures"):
+        for heading in ("Lines", "Noise", "Bad captures", "The node that plays them"):
             start = text.index(f"\n## {heading}\n")
             rows = table(text, heading)
             for row in rows:
@@ -107,7 +107,7 @@ class CaptureCheck(unittest.TestCase):
     def testAnIpv4FrameAmongTheNoiseIsFound(self):
         frames = (self.directory / "ipv4-first.pcap").read_bytes()[24:]
         self.rewrite("noise.pcap", lambda content: content + frames)
-        self.expectProblem("noise.pcap", "trigger", "'IPv4'")
+        self.expectProblem("noise.pcap", "first request", "'IPv4'")
 
     def testACaptureWithoutRowIsFound(self):
         shutil.copy(self.directory / "vlan.pcap", self.directory / "another.pcap")
@@ -116,6 +116,11 @@ class CaptureCheck(unittest.TestCase):
     def testAMissingCaptureIsFound(self):
         (self.directory / "vlan.pcap").unlink()
         self.expectProblem("vlan.pcap", "only in the table")
+
+    def testALineWithoutRowIsFound(self):
+        self.rewrite("node.toml", lambda content: content.replace(b'"1/13"', b'"1/14"'))
+        self.expectProblem("1/13", "only in the table of the node")
+        self.expectProblem("1/14", "only in node.toml")
 
     def testABadCaptureThatIsNotTheMadeOneIsFound(self):
         self.changeByte("bad/runts.pcap", 30)
