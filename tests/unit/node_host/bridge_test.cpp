@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/ittal.h"
+#include "tests/unit/node_host/line_rules.h"
 
 namespace {
 
@@ -41,6 +42,7 @@ protected:
     void switchOn() {
         ASSERT_EQ(ittalAdminStateSet(bridgeName, true), 0);
         ASSERT_EQ(ittalPortAdminStateSet(bridgeName, line, true), 0);
+        node_test::giveRule(line, node_test::etherTypeIs(0x0806));
         engine.link(line, true);
     }
 

@@ -10,6 +10,7 @@
 
 #include "node/engine/bridge.h"
 #include "platform/ittal.h"
+#include "tests/unit/node_host/line_rules.h"
 
 namespace {
 
@@ -57,6 +58,7 @@ TEST(EngineThreads, FramesAnswersSettingsAndReadsAtOnce) {
     ASSERT_EQ(ittalAdminStateSet(bridgeName, true), 0);
     for (unsigned id = 1; id <= lines; ++id) {
         ASSERT_EQ(ittalPortAdminStateSet(bridgeName, id, true), 0);
+        node_test::giveRule(id, node_test::etherTypeIs(0x0800));
         engine.link(id, true);
     }
     Traffic traffic(engine);
@@ -86,8 +88,10 @@ TEST(EngineThreads, FramesAnswersSettingsAndReadsAtOnce) {
         EXPECT_EQ(ittalPortStatesGet(bridgeName, id, &states[0], &states[1], &states[2]), 0);
         EXPECT_LE(states[0], 2u);
         EXPECT_TRUE(engine.status(id));
-        const std::string name = std::to_string(id);
-        EXPECT_EQ(ittalSelectorAdd(bridgeName, name.c_str()), 0);
+    }));
+    threads.push_back(repeat([](unsigned id, unsigned) {
+        node_test::takeRule(id, 1);
+        node_test::giveRule(id, node_test::etherTypeIs(0x0800));
     }));
     loop.run(true);
     done = true;

@@ -6,14 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "node/engine/trigger.h"
 #include "tal/event_line.h"
 
 namespace {
 
 using node::DhcpMessage;
 using node::Frame;
-using node::Trigger;
 
 std::vector<uint8_t> bytesOf(const std::string& text) {
     return {text.begin(), text.end()};
@@ -161,25 +159,6 @@ TEST(EventLine, LongestOptionsAreCutToWhatTheDecoderKeeps) {
     EXPECT_EQ(fields.vendorId, std::string(254, 'v'));
     EXPECT_EQ(fields.remoteId, std::string(254, 'v'));
     EXPECT_EQ(fields.clientId.size(), 254u);
-}
-
-TEST(Trigger, OnlyDiscoverArpAndIpv4Ask) {
-    TestFrame test;
-    test.frame.etherType = 0x86dd;
-    EXPECT_EQ(node::triggerOf(test.frame), Trigger::none);
-    test.frame.etherType = 0x0806;
-    EXPECT_EQ(node::triggerOf(test.frame), Trigger::none);  // damaged: no sender address
-    test.frame.ipv4Source = 0;
-    EXPECT_EQ(node::triggerOf(test.frame), Trigger::arp);
-    test.frame.etherType = 0x0800;
-    EXPECT_EQ(node::triggerOf(test.frame), Trigger::ipv4);
-    test.frame.dhcp = DhcpMessage{true, 1, {}, {}, {}, {}};
-    EXPECT_EQ(node::triggerOf(test.frame), Trigger::dhcpDiscover);
-    test.frame.dhcp->messageType = 3;
-    EXPECT_EQ(node::triggerOf(test.frame), Trigger::ipv4);
-    test.frame.dhcp->messageType = 1;
-    test.frame.dhcp->fromClient = false;
-    EXPECT_EQ(node::triggerOf(test.frame), Trigger::ipv4);
 }
 
 }  // namespace

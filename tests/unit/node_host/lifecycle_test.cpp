@@ -104,6 +104,18 @@ TEST(Callbacks, ConfigurationIsAppliedBetweenStartAndStop) {
     EXPECT_EQ(journal, "start settings stop alone ");
 }
 
+TEST(Callbacks, ApplicationEndsAlsoWhenItsSettingsFail) {
+    std::string journal;
+    BLLManager& manager = singleton<BLLManager>::instance();
+    manager.configurationApplyStartCallbacks.push_back([&] { journal += "start "; });
+    manager.configurationApplyStopCallbacks.push_back(
+        [&](int result) { journal += "stop " + std::to_string(result); });
+    EXPECT_THROW(node::applyConfiguration([] { throw std::runtime_error("refused"); }),
+                 std::runtime_error);
+    EXPECT_EQ(journal, "start stop 1");
+    node::dropCallbacks();
+}
+
 TEST(Callbacks, EventsReachEveryCallbackUntilDropped) {
     std::string journal;
     singleton<itbridge>::instance().talEventCallbacks.push_back(

@@ -13,6 +13,8 @@ node::RunReport twoLines() {
     first.frames = 1000;
     first.traps = 1;
     first.verdict = "accepted";
+    first.rule = "ip 192.0.2.0/24";
+    first.rules = {"dhcp any", "ip 192.0.2.0/24"};
     first.gate = "open";
     first.stored = true;
     first.counters = {{"frames-seen", 1000}, {"forwarded", 999}};
@@ -32,8 +34,9 @@ node::RunReport twoLines() {
 
 TEST(Report, TableHasARowPerLineAndTotals) {
     EXPECT_EQ(node::reportTable(twoLines()),
-              "line      frames  traps  replayed  verdict   gate     stored  forwarded\n"
-              "dsl1 1/1    1000      1         0  accepted  open     yes           999\n"
+              "line      frames  traps  replayed  verdict   gate     stored  forwarded  rule\n"
+              "dsl1 1/1    1000      1         0  accepted  open     yes           999  ip "
+              "192.0.2.0/24\n"
               "dsl2 1/2       0      0         1  -         blocked  no              0\n"
               "2 lines     1000      1         1            1 open   1             999\n"
               "run: 1.500000 s, ended because of SIGTERM\n");
@@ -46,9 +49,11 @@ TEST(Report, JsonHoldsEverything) {
   "seconds": 1.500000,
   "lines": [
     {"id": 1, "name": "1/1", "kernel-name": "dsl1", "frames": 1000, "traps": 1, "replayed": 0, "verdict": "accepted", "gate": "open", "stored": true, "damage": "",
+     "rule": "ip 192.0.2.0/24", "rules": ["dhcp any", "ip 192.0.2.0/24"],
      "counters": {"frames-seen": 1000, "forwarded": 999},
      "request": {"circuit": "a\"b\\c"}},
     {"id": 2, "name": "1/2", "kernel-name": "dsl2", "frames": 0, "traps": 0, "replayed": 1, "verdict": "-", "gate": "blocked", "stored": false, "damage": "",
+     "rule": "", "rules": [],
      "counters": {},
      "request": {}}
   ]

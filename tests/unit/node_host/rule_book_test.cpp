@@ -20,8 +20,9 @@ TEST(RuleBook, KeepsConditionsExactlyAsGiven) {
     mac.u.mac.addr[0] = 0x12;
     ASSERT_TRUE(book.addCondition("0", mac));
     ASSERT_TRUE(book.conditions("0"));
-    EXPECT_EQ(book.conditions("0")->at(6).u.mac.addr[0], 0x12);
-    EXPECT_EQ(book.conditions("0")->at(6).code, 3u);
+    ASSERT_EQ(book.conditions("0")->size(), 1u);
+    EXPECT_EQ(book.conditions("0")->front().u.mac.addr[0], 0x12);
+    EXPECT_EQ(book.conditions("0")->front().code, 3u);
 }
 
 TEST(RuleBook, UnknownNamesAreRefused) {
@@ -59,10 +60,40 @@ TEST(RuleBook, SecondConditionOfATypeIsRefused) {
     book.addSelector("0");
     EXPECT_TRUE(book.addCondition("0", condition(1, 5)));
     EXPECT_FALSE(book.addCondition("0", condition(1, 7)));
-    EXPECT_EQ(book.conditions("0")->at(1).code, 5u);
+    EXPECT_EQ(book.conditions("0")->front().code, 5u);
     EXPECT_TRUE(book.deleteCondition("0", 1));
     EXPECT_FALSE(book.deleteCondition("0", 1));
     EXPECT_TRUE(book.addCondition("0", condition(1, 7)));
+}
+
+TEST(RuleBook, ConditionsStandInTheOrderOfTheirTypes) {
+    RuleBook book;
+    book.addSelector("0");
+    for (const uint32_t type : {6u, 0u, 9u, 2u}) {
+        ASSERT_TRUE(book.addCondition("0", condition(type, type)));
+    }
+    ASSERT_TRUE(book.deleteCondition("0", 2));
+    EXPECT_FALSE(book.deleteCondition("0", 3));
+    ASSERT_TRUE(book.addCondition("0", condition(1, 1)));
+    std::string types;
+    for (const ittalCondition& entry : *book.conditions("0")) {
+        types += std::to_string(entry.type);
+    }
+    EXPECT_EQ(types, "0169");
+}
+
+TEST(RuleBook, ConditionsOfAnInterfaceAreThoseOfItsSelector) {
+    RuleBook book;
+    book.addSelector("a");
+    book.addSelector("b");
+    book.addActionList("0");
+    book.addCondition("a", condition(0, 0));
+    EXPECT_EQ(book.conditionsOf(7), nullptr);
+    ASSERT_TRUE(book.bind(7, {"b", "0", 1, 0}));
+    ASSERT_TRUE(book.conditionsOf(7));
+    EXPECT_TRUE(book.conditionsOf(7)->empty());
+    ASSERT_TRUE(book.bind(7, {"a", "0", 1, 0}));
+    EXPECT_EQ(book.conditionsOf(7)->size(), 1u);
 }
 
 TEST(RuleBook, BindingFollowsRenamesAndProtectsItsNames) {
