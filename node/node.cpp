@@ -169,10 +169,6 @@ void Node::start() {
     log_.line("module", "started " + names);
 }
 
-void Node::applyConfig(const Config& config) {
-    applyConfiguration([&] { applySettings(*library_, config, log_); });
-}
-
 void Node::noteDeleted() {
     std::map<unsigned, std::string> now = readStoredLogins(storedLoginsFile);
     for (const auto& [ifId, block] : stored_) {
@@ -183,6 +179,16 @@ void Node::noteDeleted() {
     stored_ = std::move(now);
 }
 
+void Node::applyConfig() {
+    try {
+        applyConfiguration([&] { applySettings(*library_, config_, log_); });
+    } catch (...) {
+        noteDeleted();
+        throw;
+    }
+    noteDeleted();
+}
+
 std::string Node::reload(const std::string& path) {
     std::string problem;
     try {
@@ -191,12 +197,11 @@ std::string Node::reload(const std::string& path) {
         if (problem.empty()) {
             isa_.replaceUsers(userList(next.isa));
             config_ = std::move(next);
-            applyConfig(config_);
+            applyConfig();
         }
     } catch (const std::exception& error) {
         problem = error.what();
     }
-    noteDeleted();
     log_.line("reload", problem.empty() ? path + " applied" : "refused: " + problem);
     return problem;
 }
@@ -283,7 +288,7 @@ RunReport Node::run() {
     attach();
     stored_ = readStoredLogins(storedLoginsFile);
     start();
-    applyConfig(config_);
+    applyConfig();
     log_.line("module", "configuration applied");
     scheduleLinks();
     scheduleChanges();

@@ -55,7 +55,7 @@ private:
 
     void attach();
     void start();
-    void applyConfig(const Config& config);
+    void applyConfig();
     void noteDeleted();
     void scheduleLinks();
     void scheduleChanges();
