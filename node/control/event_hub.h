@@ -22,8 +22,8 @@ enum class EventKind { trap, request, verdict, gate, store };
 struct LiveEvent {
     EventKind kind = EventKind::trap;
     unsigned ifId = 0;
-    std::string interfaceName;
-    std::string text;  // cut at 1,024 bytes
+    std::string interfaceName{};
+    std::string text{};  // cut at 1,024 bytes
 };
 
 class EventHub {

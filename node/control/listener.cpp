@@ -24,11 +24,14 @@
 #include <memory>
 #include <utility>
 
+#include "node/control/text.h"
+
 namespace node::control {
 
 namespace {
 
 constexpr int backlog = 1024;
+constexpr uint32_t highestPort = 65535;
 constexpr mode_t socketMode = 0660;
 constexpr int exhaustedPauseMs = 50;
 
@@ -122,7 +125,8 @@ Descriptor listenUnix(const std::string& path, const std::string& group) {
 Descriptor listenTcp(const std::string& address) {
     const std::string what = "management address " + address;
     const size_t colon = address.rfind(':');
-    if (colon == std::string::npos || colon == 0 || colon + 1 == address.size()) {
+    const auto port = decimal(colon == std::string::npos ? "" : address.substr(colon + 1));
+    if (colon == 0 || !port || *port > highestPort) {
         fail(what, "expected ADDRESS:PORT or [ADDRESS]:PORT");
     }
     std::string host = address.substr(0, colon);

@@ -255,6 +255,15 @@ const ServiceFunctions& TestNode::functions() {
     return table;
 }
 
+const ServiceFunctions& TestNode::functionsWithoutRuleGet() {
+    static const ServiceFunctions table = [] {
+        ServiceFunctions incomplete = makeFunctions();
+        incomplete.ruleGet = nullptr;
+        return incomplete;
+    }();
+    return table;
+}
+
 void TestNode::refuse(const std::string& function, uint32_t result) {
     const std::lock_guard<std::mutex> lock(module_->mutex);
     if (result == 0) {

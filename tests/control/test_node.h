@@ -21,6 +21,7 @@ public:
     ~TestNode() override;
 
     static const ServiceFunctions& functions();
+    static const ServiceFunctions& functionsWithoutRuleGet();
 
     // Answers of the function of that C name from now on; 0 lifts it.
     void refuse(const std::string& function, uint32_t result);
