@@ -275,11 +275,18 @@ protected:
 
 TEST_F(SlowClients, ClientThatNeverReadsIsCutOffAndTheLogSaysWhy) {
     options.stalledFor = 100ms;
+    options.eventsKept = 1000;
     start();
     Listening never(channelTo(target()));
-    // Slowly enough for the transport to fill up first, so that no status gets through.
+    Listening quick(channelTo(target()));
+    // At the pace of the one that reads, so that the other's transport fills up long before it
+    // is lost, and no status gets through to it.
     EXPECT_TRUE(eventually([&] {
-        publish(10);
+        v1::Event message;
+        for (int i = 0; i < 10; ++i) {
+            publish(1);
+            quick.read(message);
+        }
         return !log().empty();
     }));
     EXPECT_THAT(log(), ElementsAre(AllOf(HasSubstr("dropped"), HasSubstr("does not read"))));
