@@ -99,6 +99,8 @@ void Client::invoke(const std::function<grpc::Status(grpc::ClientContext&)>& cal
 
 void Client::events(const v1::EventsRequest& request,
                     const std::function<bool(const v1::Event&)>& take) {
+    // Once a node has answered, whatever ends the stream is no question of reaching it.
+    call(&v1::Management::Stub::NodeInfo);
     grpc::ClientContext context;
     const auto reader = stub_->Events(&context, request);
     v1::Event event;
@@ -110,8 +112,9 @@ void Client::events(const v1::EventsRequest& request,
         }
     }
     const grpc::Status status = reader->Finish();
-    if (status.ok()) {
-        throw Failure(exitFailed, "the node ended the stream");
+    if (status.ok() || status.error_code() == grpc::StatusCode::UNAVAILABLE) {
+        throw Failure(exitFailed,
+                      "the stream of events ended: " + control::escaped(status.error_message()));
     }
     fail(endpoint_, status, context);
 }

@@ -50,7 +50,8 @@ private:
     CLI::App* command(CLI::App* parent, const std::string& name, const std::string& description,
                       void (Talctl::*action)());
     CLI::App* group(const std::string& name, const std::string& description);
-    void addRuleOptions(CLI::App* command);
+    void addRuleOptions(CLI::App* command, bool withAny);
+    std::string usageProblem(const CLI::ParseError& error) const;
     void refuse(const Failure& failure);
 
     Client& client();
@@ -85,7 +86,7 @@ private:
 
     std::ostream& out_;
     std::ostream& err_;
-    CLI::App app_{"Manage a TAL node: states, rules, logins, counters.", "talctl"};
+    CLI::App app_{"Manages a TAL node. What a command takes: talctl COMMAND --help.", "talctl"};
     std::unique_ptr<Client> client_;
 
     // What was said.
@@ -151,7 +152,7 @@ void Talctl::build() {
     app_.fallthrough();
     app_.require_subcommand(1);
     app_.set_version_flag("--version", std::string("talctl ") + TAL_VERSION, "tell the version");
-    app_.set_help_flag("-h,--help", "tell how a command is written");
+    app_.set_help_flag("-h,--help");
     app_.add_option("--server", endpoint_.server, "unix:PATH or HOST:PORT")
         ->type_name("ADDRESS")
         ->envname("TALCTL_SERVER");
@@ -162,11 +163,10 @@ void Talctl::build() {
         ->type_name("FILE")
         ->envname("TALCTL_CERT");
     app_.add_option("--key", endpoint_.key, "its key")->type_name("FILE")->envname("TALCTL_KEY");
-    app_.add_option("--timeout", endpoint_.timeout, "wait so long for an answer")
+    app_.add_option("--timeout", endpoint_.timeout, "wait so long for an answer, 10 unless said")
         ->type_name("SECONDS")
         ->check(CLI::Range(1, 3600).description(""));
     app_.add_flag("--json", json_, "answer for programs");
-    app_.footer("Exit: 0 done, 1 refused, 2 usage, 3 node not reached, 4 broken off.");
 
     command(&app_, "status", "the node, its interfaces in numbers, its servers", &Talctl::status);
     CLI::App* const admin =
@@ -183,6 +183,8 @@ void Talctl::build() {
             inner->fallthrough();
         }
     }
+    // Last, because commands would inherit it.
+    app_.footer("Exit: 0 done, 1 refused, 2 usage, 3 node not reached, 4 broken off.");
 }
 
 void Talctl::buildInterface() {
@@ -203,17 +205,17 @@ void Talctl::buildInterface() {
     set->footer("Example: talctl interface set 1/3 --admin on");
 }
 
-void Talctl::addRuleOptions(CLI::App* command) {
+void Talctl::addRuleOptions(CLI::App* command, bool withAny) {
     command->add_option("interface", interface_, interfaceOrAllHelp)
         ->type_name("INTERFACE")
         ->required();
     for (const RuleOption& each : ruleOptions) {
         const std::string name = "--" + std::string(each.name);
         const std::string help(each.help);
-        if (each.value.empty()) {
+        if (each.value.empty() && withAny) {
             command->add_flag_callback(
                 name, [this, kind = each.kind] { ruleValues_[kind] = ""; }, help);
-        } else {
+        } else if (!each.value.empty()) {
             command
                 ->add_option_function<std::string>(
                     name,
@@ -230,7 +232,7 @@ void Talctl::buildRule() {
     CLI::App* const rule = group("rule", "what traffic asks for a login");
     CLI::App* const add =
         command(rule, "add", "add a rule, or replace the one of its kind", &Talctl::ruleAdd);
-    addRuleOptions(add);
+    addRuleOptions(add, true);
     add->footer("Exactly one rule. Example: talctl rule add 1/3 --vendor-id \"acme*\"");
     CLI::App* const remove =
         command(rule, "delete", "delete the rule of a kind", &Talctl::ruleDelete);
@@ -253,10 +255,10 @@ void Talctl::buildRule() {
         ->required();
     CLI::App* const bundle =
         command(rule, "bundle", "replace all rules of an interface at once", &Talctl::ruleBundle);
-    addRuleOptions(bundle);
+    addRuleOptions(bundle, false);
     bundle->footer(
-        "--dhcp is always needed, --any not possible; a bundle drops what patterns\n"
-        "hold, so only \"*\" is taken. Example: talctl rule bundle 3 --dhcp discover");
+        "--dhcp is always needed; a bundle drops what patterns hold, so only \"*\" is taken\n"
+        "there. Example: talctl rule bundle 1/3 --dhcp discover --ethertype ipv4");
 }
 
 void Talctl::buildOther() {
@@ -311,12 +313,17 @@ int Talctl::run(std::vector<std::string> arguments) {
         if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::Success)) {
             return app_.exit(error, out_, err_);
         }
-        refuse({exitUsage, error.what()});
+        refuse({exitUsage, usageProblem(error)});
         return exitUsage;
     } catch (const Failure& failure) {
         refuse(failure);
         return failure.code();
     }
+}
+
+std::string Talctl::usageProblem(const CLI::ParseError& error) const {
+    const std::vector<std::string> unknown = app_.remaining(true);
+    return unknown.empty() ? error.what() : "what is " + unknown.front() + "?";
 }
 
 void Talctl::refuse(const Failure& failure) {

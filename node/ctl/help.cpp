@@ -87,9 +87,7 @@ std::vector<HelpEntry> argumentsOf(const CLI::App& command) {
 std::vector<HelpEntry> optionsOf(const CLI::App& command) {
     std::vector<HelpEntry> entries;
     for (const CLI::Option* option : command.get_options()) {
-        const bool inheritedHelp =
-            command.get_parent() != nullptr && option == command.get_help_ptr();
-        if (!option->get_positional() && !inheritedHelp) {
+        if (!option->get_positional() && option != command.get_help_ptr()) {
             entries.push_back({namesOf(*option) + valueOf(*option), textOf(*option)});
         }
     }

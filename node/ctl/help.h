@@ -17,7 +17,7 @@ struct HelpEntry {
 std::string usageOf(const CLI::App& command);  // "talctl rule add [OPTIONS] INTERFACE"
 std::vector<HelpEntry> commandsOf(const CLI::App& command);
 std::vector<HelpEntry> argumentsOf(const CLI::App& command);
-std::vector<HelpEntry> optionsOf(const CLI::App& command);  // --help is left out but at the top
+std::vector<HelpEntry> optionsOf(const CLI::App& command);  // without --help
 
 class HelpFormatter : public CLI::FormatterBase {
 public:
