@@ -9,8 +9,8 @@
 #include <optional>
 #include <string>
 
+#include <tal/v1/tal.grpc.pb.h>
 #include "node/control/event_hub.h"
-#include "tal/v1/tal.grpc.pb.h"
 
 namespace node::control {
 

@@ -5,12 +5,12 @@
 #include <string>
 #include <vector>
 
+#include <tal/v1/tal.pb.h>
 #include "node/control/event_hub.h"
 #include "node/control/module_calls.h"
 #include "node/control/node_view.h"
 #include "node/control/rule.h"
 #include "node/control/storage_reader.h"
-#include "tal/v1/tal.pb.h"
 
 namespace node::control {
 

@@ -6,10 +6,10 @@
 #include <functional>
 #include <string>
 
+#include <tal/v1/tal.grpc.pb.h>
 #include "node/control/event_hub.h"
 #include "node/control/module_calls.h"
 #include "node/control/node_view.h"
-#include "tal/v1/tal.grpc.pb.h"
 
 namespace node::control {
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "tal/v1/tal.grpc.pb.h"
+#include <tal/v1/tal.grpc.pb.h>
 
 namespace node::ctl {
 

@@ -2,6 +2,7 @@
 // against docs/operations.md.
 #include "node/ctl/show.h"
 
+#include <algorithm>
 #include <map>
 
 #include "node/ctl/table.h"
@@ -95,8 +96,10 @@ std::vector<uint32_t> valuesOf(const v1::IntfStatistics& counters) {
 std::string statisticsBlock(const NamedStatistics* first, size_t count) {
     std::vector<std::string> heading{"COUNTER"};
     std::vector<std::vector<std::string>> rows;
-    forEachCounter(first->counters,
-                   [&](const std::string& name, uint32_t) { rows.push_back({name}); });
+    forEachCounter(first->counters, [&](std::string name, uint32_t) {
+        std::replace(name.begin(), name.end(), '_', '-');
+        rows.push_back({std::move(name)});
+    });
     for (size_t i = 0; i < count; ++i) {
         heading.push_back(first[i].interface.name());
         const std::vector<uint32_t> now = valuesOf(first[i].counters);

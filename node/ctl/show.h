@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
+#include <tal/v1/tal.pb.h>
 #include "node/ctl/json.h"
-#include "tal/v1/tal.pb.h"
 
 namespace node::ctl {
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "tal/v1/tal.pb.h"
+#include <tal/v1/tal.pb.h>
 
 namespace node::ctl {
 

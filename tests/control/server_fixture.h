@@ -13,8 +13,8 @@
 #include <thread>
 #include <vector>
 
+#include <tal/v1/tal.grpc.pb.h>
 #include "node/control/server.h"
-#include "tal/v1/tal.grpc.pb.h"
 #include "tests/control/test_node.h"
 
 namespace node::control {

@@ -111,7 +111,7 @@ TEST_F(TalctlTest, InterfaceIsShownWithWhatCouldNotBeReadAsAQuestionMark) {
 TEST_F(TalctlTest, StatisticsAreReadOnceOrWatched) {
     start();
     EXPECT_EQ(0, talctl("stats"));
-    EXPECT_THAT(out, AllOf(StartsWith("COUNTER           1/1  1/2\nframes_seen       101  201\n"),
+    EXPECT_THAT(out, AllOf(StartsWith("COUNTER           1/1  1/2\nframes-seen       101  201\n"),
                            HasSubstr("forwarded         113  213\n")));
     EXPECT_EQ(0, talctl("stats 1/2 --watch 1 --count 2 --json"));
     const size_t end = out.find('\n');
