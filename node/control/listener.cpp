@@ -19,6 +19,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -164,6 +165,14 @@ int portOf(const Descriptor& listening) {
     const int error =
         getnameinfo(anyAddress(address), length, nullptr, 0, port, sizeof port, NI_NUMERICSERV);
     return error == 0 ? std::stoi(port) : 0;
+}
+
+void allowDescriptors(unsigned wanted) {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < wanted) {
+        limit.rlim_cur = std::min<rlim_t>(wanted, limit.rlim_max);
+        (void)setrlimit(RLIMIT_NOFILE, &limit);  // fewer clients can connect then
+    }
 }
 
 Acceptor::Acceptor(std::vector<Listener> listeners, int spare)

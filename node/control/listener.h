@@ -40,6 +40,9 @@ Descriptor listenUnix(const std::string& path, const std::string& group);
 Descriptor listenTcp(const std::string& address);
 int portOf(const Descriptor& listening);
 
+// Raises this process's limit of open descriptors, as far as it may be raised.
+void allowDescriptors(unsigned wanted);
+
 class Acceptor {
 public:
     struct Listener {

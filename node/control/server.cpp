@@ -74,6 +74,14 @@ struct Server::Parts {
           events(options.eventsKept, options.maxEventClients, hubTick),
           service(module, view, events, options.stalledFor, log) {}
 
+    ~Parts() {
+        if (!socketPath.empty()) {
+            unlink(socketPath.c_str());
+        }
+    }
+    Parts(const Parts&) = delete;
+    Parts& operator=(const Parts&) = delete;
+
     void listen(ServerBuilder& builder, Descriptor socket,
                 const std::shared_ptr<grpc::ServerCredentials>& credentials) {
         handovers.push_back(
@@ -103,6 +111,7 @@ Server::Server(const ServiceFunctions& functions, NodeView& view, const ServerOp
     if (options.socketPath.empty() && !options.tcp) {
         throw ServerError("management listens neither on a socket nor on TCP");
     }
+    allowDescriptors(options.descriptors);
     grpc::reflection::InitProtoReflectionServerBuilderPlugin();
     ServerBuilder builder;
     setLimits(builder, options);
@@ -134,9 +143,6 @@ Server::Server(const ServiceFunctions& functions, NodeView& view, const ServerOp
 
 Server::~Server() {
     parts_->acceptor.reset();
-    if (!parts_->socketPath.empty()) {
-        unlink(parts_->socketPath.c_str());
-    }
     parts_->events.close();
     if (parts_->server) {
         parts_->server->Shutdown(std::chrono::system_clock::now() + endOfCalls);

@@ -33,7 +33,8 @@ struct ServerOptions {
     std::chrono::milliseconds stalledFor{5000};  // then a client that is lost is cut off
     std::chrono::milliseconds keepalive{20000};  // a silent peer is asked, and given up
     std::chrono::milliseconds handshake{10000};  // a peer that says nothing is given up
-    int spareDescriptors = 64;                   // left to the rest of the node
+    unsigned descriptors = 4096;  // the process's limit is raised to it, if it is lower
+    int spareDescriptors = 64;    // left to the rest of the node
 };
 
 class ServerError : public std::runtime_error {

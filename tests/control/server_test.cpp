@@ -408,6 +408,22 @@ TEST_F(ControlServer, ThousandClientsListenAndAskAtOnceOnFewThreads) {
     EXPECT_LT(entriesOf("/proc/self/task"), threadsBefore + 64);
 }
 
+TEST_F(ControlServer, LimitOfDescriptorsIsRaisedButNotLowered) {
+    const auto limit = [] {
+        rlimit now{};
+        getrlimit(RLIMIT_NOFILE, &now);
+        return now.rlim_cur;
+    };
+    const Descriptors few(100);
+    options.descriptors = 200;
+    start();
+    EXPECT_EQ(200u, limit());
+    server.reset();
+    options.descriptors = 150;
+    start();
+    EXPECT_EQ(200u, limit());
+}
+
 TEST_F(ControlServer, FloodOfConnectionsLeavesTheNodeItsDescriptors) {
     constexpr size_t spare = 30;
     options.spareDescriptors = spare;
