@@ -52,7 +52,7 @@ std::string usageOf(const CLI::App& command) {
     std::string usage = command.get_name();
     for (const CLI::App* above = command.get_parent(); above != nullptr;
          above = above->get_parent()) {
-        usage = above->get_name() + " " + usage;
+        usage.insert(0, above->get_name() + " ");
     }
     if (!optionsOf(command).empty()) {
         usage += " [OPTIONS]";

@@ -4,8 +4,10 @@
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 #include "node/control/certificates.h"
+#include "node/ctl/commands.h"
 #include "tests/control/server_fixture.h"
 
 namespace node::control {
@@ -133,6 +135,22 @@ TEST_F(TlsTest, IncompleteOrWrongFilesAreRefusedAtTheStartWithTheWayOut) {
         EXPECT_THAT(problem, HasSubstr("openssl req -x509"));
         EXPECT_FALSE(std::filesystem::exists(options.socketPath));
     }
+}
+
+TEST_F(TlsTest, TalctlShowsItsCertificateAndAWrongOneIsUnreachable) {
+    const MadeCertificates others(scratch, "others");
+    start();
+    const auto talctl = [&](const MadeCertificates& shown) {
+        std::ostringstream out;
+        std::ostringstream err;
+        return ctl::run({"--server", "localhost:" + std::to_string(server->tcpPort()), "--ca",
+                         ours.path("ca.crt"), "--cert", shown.path("operator.crt"), "--key",
+                         shown.path("operator.key"), "status"},
+                        out, err);
+    };
+    EXPECT_EQ(0, talctl(ours));
+    EXPECT_EQ(3, talctl(others));
+    EXPECT_EQ(0, talctl(ours));
 }
 
 TEST_F(TlsTest, KeyWithAPassphraseIsRefusedInsteadOfAskingForIt) {
