@@ -1,0 +1,60 @@
+// What management shows of a node and the service functions do not tell. The node implements
+// it; the server only calls it. Every member may be called from several threads at once and
+// must not wait for the main loop.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace node::control {
+
+struct Identity {
+    std::string shelf;
+    unsigned boardPosition = 0;
+    unsigned boardType = 0;
+    std::string version;
+    std::chrono::system_clock::time_point started;
+    std::chrono::steady_clock::duration uptime{};
+};
+
+enum class PortState { blocked, pending, open, rejected };
+
+struct InterfaceView {
+    unsigned id = 0;
+    std::string name;
+    std::string kernelName;
+    PortState portState = PortState::blocked;
+    bool gateOpen = false;
+    uint32_t timeout = 0;       // seconds
+    uint32_t maxQueueSize = 0;  // frames
+    bool anyRule = false;       // it holds a rule for any frame
+};
+
+struct ServerView {
+    std::string name;
+    std::string address;
+    std::string role;
+    bool alive = false;
+    uint32_t requests = 0;
+    uint32_t timeouts = 0;
+    std::string note;
+};
+
+class NodeView {
+public:
+    virtual ~NodeView() = default;
+
+    virtual Identity identity() const = 0;
+    virtual std::vector<InterfaceView> interfaces() const = 0;  // ascending ids
+    virtual std::vector<ServerView> servers() const = 0;        // empty: ISA has none
+    virtual std::string storageFile() const = 0;  // its contents, empty when there is none
+
+    // The rule for any frame, which the record of the service functions cannot carry: a rule
+    // of type 0 added there would reach the engine and stay unknown to the module, so that
+    // nothing could delete it. Interface 0: all. Returns a talResultCode.
+    virtual uint32_t anyRuleSet(unsigned ifId, bool present) = 0;
+};
+
+}  // namespace node::control
