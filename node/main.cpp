@@ -50,6 +50,8 @@ int main(int argc, char** argv) {
     app.add_option("--pace", pace, "play captures at once or as fast as they were taken")
         ->check(CLI::IsMember({"instant", "recorded"}))
         ->capture_default_str();
+    app.add_option("--control", options.controlSocket,
+                   "path of the Unix socket for management (default: as configured)");
     app.add_flag("--stay", options.stay, "run until SIGTERM, also after the captures");
     try {
         app.parse(argc, argv);

@@ -5,11 +5,13 @@
 #include "node/node.h"
 
 #include <signal.h>
+#include <sys/inotify.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <system_error>
 
 #include "node/config/reload.h"
@@ -102,6 +104,7 @@ Node::Node(const Config& config, const Options& options, std::ostream& out)
 }
 
 Node::~Node() {
+    management_.reset();
     if (library_) {  // nothing of the module is left behind, also after a failed start
         dropEverythingOfTheModule();
     }
@@ -110,6 +113,9 @@ Node::~Node() {
     attachModuleLog(nullptr);
     if (signalFd_ >= 0) {
         close(signalFd_);
+    }
+    if (storageFd_ >= 0) {
+        close(storageFd_);
     }
 }
 
@@ -255,6 +261,36 @@ void Node::watchSignals() {
     });
 }
 
+void Node::startManagement() {
+    Config config = config_;
+    if (!options_.controlSocket.empty()) {
+        config.control.socket = options_.controlSocket;
+    }
+    if (!config.control.socket.empty() || !config.control.listen.empty()) {
+        management_ = std::make_unique<Management>(config, *library_, engine_, log_);
+        watchStorage();
+    }
+}
+
+// The module forgets stored logins within calls of management, on their threads; what is gone is
+// noticed by the file. Without a watch the run goes on, only these lines are missing.
+void Node::watchStorage() {
+    const std::filesystem::path directory = std::filesystem::path(storedLoginsFile).parent_path();
+    storageFd_ = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (storageFd_ < 0 || inotify_add_watch(storageFd_, directory.c_str(),
+                                            IN_CLOSE_WRITE | IN_MOVED_TO | IN_DELETE) < 0) {
+        log_.line("control",
+                  "deleted logins are not noticed: " + std::generic_category().message(errno));
+        return;
+    }
+    loop_.watch(storageFd_, [this] {
+        alignas(inotify_event) char changes[4096];
+        if (read(storageFd_, changes, sizeof changes) > 0) {
+            noteDeleted();
+        }
+    });
+}
+
 void Node::showProgress() {
     uint64_t frames = 0;
     unsigned percents = 0;
@@ -274,6 +310,7 @@ void Node::showProgress() {
 }
 
 void Node::stop() {
+    management_.reset();
     isa_.close();
     for (const std::string& name : stopEntities(order_)) {
         log_.line("module", "entity \"" + name + "\" did not stop cleanly");
@@ -290,6 +327,7 @@ RunReport Node::run() {
     start();
     applyConfig();
     log_.line("module", "configuration applied");
+    startManagement();
     scheduleLinks();
     scheduleChanges();
     loop_.everySecond([this] { showProgress(); });

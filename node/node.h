@@ -16,6 +16,7 @@
 #include "node/isa/isa.h"
 #include "node/log/event_log.h"
 #include "node/loop/loop.h"
+#include "node/management/management.h"
 #include "node/module/library.h"
 #include "node/report/report.h"
 
@@ -26,6 +27,7 @@ public:
     struct Options {
         std::string library;        // path of libtal.so
         bool recordedPace = false;  // captures as fast as they were taken
+        std::string controlSocket;  // empty: the configuration's
         bool stay = false;          // until a signal, also after the captures
     };
 
@@ -61,6 +63,8 @@ private:
     void scheduleChanges();
     void setLink(unsigned ifId, bool up);
     void watchSignals();
+    void startManagement();
+    void watchStorage();
     void stop();
     void noteStored(unsigned ifId);
     void showProgress();
@@ -79,9 +83,11 @@ private:
     std::map<unsigned, std::string> stored_;  // the storage file as last seen
     std::vector<BLEntity*> order_;
     std::optional<Library> library_;
+    std::unique_ptr<Management> management_;  // gone before the library is
     std::string end_ = "the captures were played";
     uint64_t framesShown_ = 0;
     int signalFd_ = -1;
+    int storageFd_ = -1;
 };
 
 }  // namespace node

@@ -3,7 +3,10 @@
 // Tested by tests/unit/node_host/config_test.cpp with a table of good and one of bad files.
 #include "node/config/config.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
+#include <charconv>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -21,6 +24,8 @@ constexpr size_t longestFile = 1 << 20;
 constexpr int64_t longestDelay = 24 * 3600 * 1000;
 constexpr size_t longestCircuitId = 63;
 constexpr size_t kernelNameLength = 4;
+constexpr size_t longestPath = 4096;
+constexpr size_t longestSocketPath = 107;
 
 Config::Milliseconds milliseconds(Section& section, const std::string& key) {
     return Config::Milliseconds(section.integer(key, 0, longestDelay, 0));
@@ -46,6 +51,63 @@ Config::Node readNode(Section section) {
     }
     section.refuseUnknown();
     return node;
+}
+
+// "192.0.2.1:7443" or "[2001:db8::1]:7443".
+bool isListenAddress(const std::string& text) {
+    const size_t colon = text.rfind(':');
+    if (colon == std::string::npos) {
+        return false;
+    }
+    std::string host = text.substr(0, colon);
+    const std::string port = text.substr(colon + 1);
+    const bool bracketed = host.size() > 2 && host.front() == '[' && host.back() == ']';
+    if (bracketed) {
+        host = host.substr(1, host.size() - 2);
+    }
+    in6_addr address{};
+    if (inet_pton(bracketed ? AF_INET6 : AF_INET, host.c_str(), &address) != 1) {
+        return false;
+    }
+    uint16_t number = 0;
+    const char* const end = port.data() + port.size();
+    const auto [stop, error] = std::from_chars(port.data(), end, number);
+    return error == std::errc() && stop == end && number != 0;
+}
+
+// The files of TCP are read when the server starts, which says how to make them.
+Config::Control readControl(Section section, const std::string& directory) {
+    const auto path = [&](const char* key, size_t longest) -> std::string {
+        return section.has(key)
+                   ? (std::filesystem::path(directory) / section.text(key, longest)).string()
+                   : "";
+    };
+    Config::Control control;
+    control.socket = path("socket", longestPath);
+    if (control.socket.size() > longestSocketPath) {
+        section.fail("socket", "must be a path of at most " + std::to_string(longestSocketPath) +
+                                   " characters, is " + control.socket);
+    }
+    control.socketGroup = section.has("socket-group") ? section.text("socket-group", 32) : "";
+    if (section.has("listen")) {
+        control.listen = section.text("listen", 64);
+        if (!isListenAddress(control.listen)) {
+            section.fail("listen",
+                         "must be an address and a port in numbers, as \"192.0.2.1:7443\" or "
+                         "\"[::1]:7443\", is \"" +
+                             control.listen + "\"");
+        }
+    }
+    control.certificate = path("certificate", longestPath);
+    control.key = path("key", longestPath);
+    control.clientCa = path("client-ca", longestPath);
+    section.refuseUnknown();
+    for (const char* key : {"certificate", "key", "client-ca"}) {
+        if (section.has(key) && control.listen.empty()) {
+            section.fail(key, "has no meaning without listen");
+        }
+    }
+    return control;
 }
 
 Config::Verdict verdict(Section& section, const std::string& key, Config::Verdict fallback) {
@@ -99,7 +161,7 @@ std::vector<Config::Outage> readOutages(Section& section) {
 
 // The path of a file that is there.
 std::string filePath(Section& section, const std::string& key, const std::string& directory) {
-    const std::string name = section.text(key, 4096);
+    const std::string name = section.text(key, longestPath);
     const std::filesystem::path path = std::filesystem::path(directory) / name;
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
@@ -285,6 +347,9 @@ Config parseConfig(const std::string& text, const std::string& fileName,
     config.file = fileName;
     if (std::optional<Section> section = file.section("node")) {
         config.node = readNode(std::move(*section));
+    }
+    if (std::optional<Section> section = file.section("control")) {
+        config.control = readControl(std::move(*section), directory);
     }
     if (std::optional<Section> section = file.section("isa")) {
         config.isa = readIsa(std::move(*section));

@@ -31,6 +31,17 @@ struct Config {
         std::optional<std::array<uint8_t, 6>> mac;  // frames it sent are left out of captures
     };
 
+    // Where management listens; nothing said: nowhere.
+    struct Control {
+        std::string socket;       // path of the Unix socket; empty: none
+        std::string socketGroup;  // empty: the process's own
+        std::string listen;       // "192.0.2.1:7443"; empty: no TCP
+        std::string certificate;  // paths; which of them TCP lacks is found out at the start
+        std::string key;
+        std::string clientCa;
+        bool operator==(const Control&) const = default;
+    };
+
     enum class Verdict { accept, reject, never };
 
     struct User {
@@ -81,6 +92,7 @@ struct Config {
 
     std::string file;  // its name, as given
     Node node;
+    Control control;
     Isa isa;
     std::vector<Interface> interfaces;  // at least one, in the file's order
     std::vector<Change> changes;        // ascending

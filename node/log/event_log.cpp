@@ -45,19 +45,29 @@ void EventLog::setLabel(unsigned ifId, std::string label) {
 
 void EventLog::line(unsigned ifId, std::string_view kind, std::string_view text) {
     const auto label = labels_.find(ifId);
-    write(label != labels_.end() ? label->second : "interface " + std::to_string(ifId), kind, text);
+    write(ifId, label != labels_.end() ? label->second : "interface " + std::to_string(ifId), kind,
+          text);
 }
 
 void EventLog::line(std::string_view kind, std::string_view text) {
-    write("-", kind, text);
+    write(0, "-", kind, text);
 }
 
-void EventLog::write(std::string_view who, std::string_view kind, std::string_view text) {
+void EventLog::setListener(Listener listener) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    listener_ = std::move(listener);
+}
+
+void EventLog::write(unsigned ifId, std::string_view who, std::string_view kind,
+                     std::string_view text) {
     const std::string time = timeText(clock_ ? clock_() : Time(0));
     std::string line(time.size() < 12 ? 12 - time.size() : 0, ' ');
     line += time + "  " + padded(who, 10) + "  " + padded(kind, 8) + "  " + printable(text) + '\n';
     const std::lock_guard<std::mutex> lock(mutex_);
     out_ << line << std::flush;
+    if (listener_ && ifId != 0) {
+        listener_(ifId, kind, text);
+    }
 }
 
 }  // namespace node

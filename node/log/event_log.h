@@ -21,17 +21,24 @@ public:
     void setClock(std::function<Time()> clock);
     void setLabel(unsigned ifId, std::string label);  // shown instead of the number
 
-    // `kind` is a word: trap, request, verdict, stored, gate, link, module, node.
+    // Gets every line that concerns an interface, from the thread that writes it, one at a time;
+    // it must not write lines itself. Empty: nobody; none is running any more on return.
+    using Listener =
+        std::function<void(unsigned ifId, std::string_view kind, std::string_view text)>;
+    void setListener(Listener listener);
+
+    // `kind` is a word: trap, request, verdict, stored, gate, link, module, control.
     void line(unsigned ifId, std::string_view kind, std::string_view text);
     void line(std::string_view kind, std::string_view text);  // concerns the node
 
 private:
-    void write(std::string_view who, std::string_view kind, std::string_view text);
+    void write(unsigned ifId, std::string_view who, std::string_view kind, std::string_view text);
 
     std::ostream& out_;
     std::function<Time()> clock_;
     std::map<unsigned, std::string> labels_;
-    std::mutex mutex_;
+    Listener listener_;
+    std::mutex mutex_;  // guards out_ and listener_
 };
 
 // Seconds with six decimals.

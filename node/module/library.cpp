@@ -17,16 +17,9 @@ Library::Library(const std::string& path) : path_(path) {
         throw LibraryError(dlerror());
     }
     try {
-        look(adminStateSet, "rpcTalAdminStateSet");
-        look(intfAdminStateSet, "rpcTalIntfAdminStateSet");
-        look(intfAuthenAdminStateSet, "rpcTalIntfAuthenAdminStateSet");
-        look(intfAuthenAdminStateGet, "rpcTalIntfAuthenAdminStateGet");
-        look(intfAuthorAdminStateSet, "rpcTalIntfAuthorAdminStateSet");
-        look(intfAuthorAdminStateGet, "rpcTalIntfAuthorAdminStateGet");
-        look(intfAutoReqAdminStateSet, "rpcTalIntfAutoReqAdminStateSet");
-        look(intfAutoReqAdminStateGet, "rpcTalIntfAutoReqAdminStateGet");
-        look(ruleSet, "rpcTalRuleSet");
-        look(ruleGet, "rpcTalRuleGet");
+        control::forEachFunction(
+            static_cast<control::ServiceFunctions&>(*this),
+            [this](auto& function, const char* cName) { look(function, cName); });
         look(reply, "rpcTalReply");
         look(instance_, "_ZN9singletonI3talE8instanceEv");
         look(timeoutSet_, "_ZN3tal17talIntfTimeoutSetEjj");

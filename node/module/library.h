@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 
+#include "node/control/service_functions.h"
 #include "rpc/rpctal.h"
 
 namespace node {
@@ -15,7 +16,7 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-class Library {
+class Library : public control::ServiceFunctions {
 public:
     // Loads and looks up everything below. Throws LibraryError with one line.
     explicit Library(const std::string& path);
@@ -26,17 +27,7 @@ public:
     const std::string& path() const { return path_; }
     bool unload();  // true: it is gone from the process
 
-    decltype(&::rpcTalAdminStateSet) adminStateSet = nullptr;
-    decltype(&::rpcTalIntfAdminStateSet) intfAdminStateSet = nullptr;
-    decltype(&::rpcTalIntfAuthenAdminStateSet) intfAuthenAdminStateSet = nullptr;
-    decltype(&::rpcTalIntfAuthenAdminStateGet) intfAuthenAdminStateGet = nullptr;
-    decltype(&::rpcTalIntfAuthorAdminStateSet) intfAuthorAdminStateSet = nullptr;
-    decltype(&::rpcTalIntfAuthorAdminStateGet) intfAuthorAdminStateGet = nullptr;
-    decltype(&::rpcTalIntfAutoReqAdminStateSet) intfAutoReqAdminStateSet = nullptr;
-    decltype(&::rpcTalIntfAutoReqAdminStateGet) intfAutoReqAdminStateGet = nullptr;
-    decltype(&::rpcTalRuleSet) ruleSet = nullptr;
-    decltype(&::rpcTalRuleGet) ruleGet = nullptr;
-    decltype(&::rpcTalReply) reply = nullptr;
+    decltype(&::rpcTalReply) reply = nullptr;  // ISA's, not management's
 
     // Settings that have no service function.
     uint32_t timeoutSet(unsigned ifId, uint32_t seconds) const;

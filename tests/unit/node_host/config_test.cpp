@@ -40,6 +40,7 @@ TEST(Config, DefaultsFillWhatIsNotSaid) {
     EXPECT_EQ(config.node.boardType, 2u);
     EXPECT_TRUE(config.node.tal);
     EXPECT_FALSE(config.node.mac);
+    EXPECT_EQ(config.control, Config::Control{});
     EXPECT_EQ(config.isa.unknown, Config::Verdict::reject);
     ASSERT_EQ(config.interfaces.size(), 1u);
     const Config::Interface& interface = config.interfaces[0];
@@ -113,6 +114,44 @@ outage = [{from-ms = 1, to-ms = 2}, {from-ms = 3, to-ms = 4}]
     ASSERT_EQ(interface.outages.size(), 2u);
     EXPECT_EQ(interface.outages[1].from.count(), 3);
     EXPECT_EQ(interface.outages[1].to.count(), 4);
+}
+
+TEST(Config, ManagementIsRead) {
+    const auto control = [](const std::string& keys) {
+        return node::parseConfig("[control]\n" + keys + minimal, "node.toml", "/etc/tal").control;
+    };
+    const Config::Control all = control(R"(
+socket = "/run/tal/control.sock"
+socket-group = "operators"
+listen = "192.0.2.1:7443"
+certificate = "node.crt"
+key = "/secret/node.key"
+client-ca = "ca.crt"
+)");
+    EXPECT_EQ(all.socket, "/run/tal/control.sock");
+    EXPECT_EQ(all.socketGroup, "operators");
+    EXPECT_EQ(all.listen, "192.0.2.1:7443");
+    EXPECT_EQ(all.certificate, "/etc/tal/node.crt");
+    EXPECT_EQ(all.key, "/secret/node.key");
+    EXPECT_EQ(all.clientCa, "/etc/tal/ca.crt");
+    EXPECT_EQ(control(""), Config::Control{});
+    EXPECT_EQ(control("socket = \"control.sock\"\n").socket, "/etc/tal/control.sock");
+    EXPECT_EQ(control("socket = \"/" + std::string(106, 's') + "\"\n").socket.size(), 107u);
+    for (const std::string address : {"[::1]:7443", "[2001:db8::7]:1", "0.0.0.0:65535"}) {
+        EXPECT_EQ(control("listen = \"" + address + "\"\n").listen, address);
+    }
+}
+
+TEST(Config, ListenAddressInOtherWordsIsRefused) {
+    for (const std::string address :
+         {"localhost:7443", "192.0.2.1", "192.0.2.1:", "192.0.2.1:0", "192.0.2.1:65536", ":7443",
+          "192.0.2.1:+1", "192.0.2.1:7443 ", "192.0.2:7443", "::1:7443", "[::1]", "[::1:7443",
+          "[192.0.2.1]:7443", "[]:7443", "192.0.2.1:74x3", "192.0.2.1 :7443"}) {
+        EXPECT_THAT(errorOf("[control]\nlisten = \"" + address + "\"\n" + minimal),
+                    StartsWith("node.toml:2: control.listen: must be an address and a port in "
+                               "numbers"))
+            << address;
+    }
 }
 
 struct BadFile {
@@ -226,6 +265,24 @@ INSTANTIATE_TEST_SUITE_P(
                 "node.toml:2: node.mac: must be six pairs of hex digits"},
         BadFile{"MacWithSigns", before("[node]\nmac = \"+2:00:00:00:00:00\"\n"),
                 "node.toml:2: node.mac: must be six pairs of hex digits"},
+        BadFile{"UnknownControlKey", before("[control]\nsocket_group = \"a\"\n"),
+                "node.toml:2: control.socket_group: is not a known key"},
+        BadFile{"ControlIsNoTable", before("control = \"/run/a\"\n"),
+                "node.toml:1: control: must be a table"},
+        BadFile{"SocketEmpty", before("[control]\nsocket = \"\"\n"),
+                "node.toml:2: control.socket: must not be empty"},
+        BadFile{"SocketTooLong", before("[control]\nsocket = \"/" + std::string(107, 's') + "\"\n"),
+                "node.toml:2: control.socket: must be a path of at most 107 characters"},
+        BadFile{"SocketGroupIsNumber", before("[control]\n\nsocket-group = 7\n"),
+                "node.toml:3: control.socket-group: must be a text in quotes"},
+        BadFile{"ListenIsNumber", before("[control]\nlisten = 7443\n"),
+                "node.toml:2: control.listen: must be a text in quotes"},
+        BadFile{"CertificateWithoutListen", before("[control]\ncertificate = \"a\"\n"),
+                "node.toml:2: control.certificate: has no meaning without listen"},
+        BadFile{"KeyWithoutListen", before("[control]\nkey = \"a\"\n"),
+                "node.toml:2: control.key: has no meaning without listen"},
+        BadFile{"ClientCaWithoutListen", before("[control]\nclient-ca = \"a\"\n"),
+                "node.toml:2: control.client-ca: has no meaning without listen"},
         BadFile{"UnknownVerdict", before("[[isa.user]]\ncircuit-id = \"a\"\nverdict = \"maybe\"\n"),
                 "node.toml:3: isa.user.verdict: must be \"accept\", \"reject\" or \"never\", is "
                 "\"maybe\""},

@@ -125,6 +125,21 @@ TEST(EventLog, LinesCarryTimeLabelAndPrintableTextOnly) {
               "   61.500000  interface 4  gate      x\n");
 }
 
+TEST(EventLog, ListenerGetsWhatConcernsInterfacesUntilItIsTakenOff) {
+    std::ostringstream out;
+    node::EventLog log(out);
+    std::vector<std::string> heard;
+    log.setListener([&](unsigned ifId, std::string_view kind, std::string_view text) {
+        heard.push_back(std::to_string(ifId) + " " + std::string(kind) + " " + std::string(text));
+    });
+    log.line(3, "trap", "a");
+    log.line("module", "b");
+    log.line(4, "gate", "c");
+    log.setListener({});
+    log.line(5, "gate", "d");
+    EXPECT_EQ(heard, (std::vector<std::string>{"3 trap a", "4 gate c"}));
+}
+
 TEST(ManagerLock, ObjectsNestAndReleaseWhenTheyEnd) {
     {
         const BLLManager::exclusiveLock_t outer;
