@@ -25,10 +25,10 @@ namespace node {
 class Node {
 public:
     struct Options {
-        std::string library;        // path of libtal.so
-        bool recordedPace = false;  // captures as fast as they were taken
-        std::string controlSocket;  // empty: the configuration's
-        bool stay = false;          // until a signal, also after the captures
+        std::string library;          // path of libtal.so
+        bool recordedPace = false;    // captures as fast as they were taken
+        bool stay = false;            // until a signal, also after the captures
+        std::string controlSocket{};  // empty: the configuration's
     };
 
     // Opens the captures; CaptureError when one cannot be played at all.

@@ -20,6 +20,8 @@ namespace node {
 namespace {
 
 constexpr unsigned stepsBetweenPolls = 64;
+// How far the clock may stay behind the wall, for other threads that read it while nothing is due.
+constexpr Time longestWait = std::chrono::milliseconds(200);
 
 }  // namespace
 
@@ -133,7 +135,7 @@ bool Loop::reached(Time time) {
     if (wall >= time) {
         return true;
     }
-    pollDescriptors(time - wall);
+    pollDescriptors(std::min(time - wall, longestWait));
     return false;
 }
 
@@ -205,7 +207,7 @@ void Loop::run(bool endWhenIdle) {
             if (endWhenIdle) {
                 return;
             }
-            pollDescriptors(std::nullopt);
+            pollDescriptors(pace_ == Pace::recorded ? std::optional(longestWait) : std::nullopt);
         }
         if (++steps % stepsBetweenPolls == 0) {
             pollDescriptors(Time(0));

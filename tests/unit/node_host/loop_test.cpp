@@ -133,6 +133,24 @@ TEST_F(LoopTest, IdleLoopWaitsForAnotherThread) {
     EXPECT_EQ(seen, (std::vector<std::string>{"posted@0"}));
 }
 
+// Other threads set times from it, such as the end of a login's patience.
+TEST(RecordedPace, ClockGoesOnWhileNothingIsDue) {
+    for (const Time due : {Time::max(), Time(1h)}) {
+        Loop loop(Pace::recorded);
+        if (due != Time::max()) {
+            loop.at(due, [] { FAIL(); });
+        }
+        std::thread idle([&loop] { loop.run(false); });
+        const auto end = std::chrono::steady_clock::now() + 30s;
+        while (loop.now() < 500ms && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(1ms);
+        }
+        EXPECT_GE(loop.now(), 500ms);
+        loop.stop();
+        idle.join();
+    }
+}
+
 TEST(RecordedPace, TakesAsLongAsTheRecording) {
     Loop loop(Pace::recorded);
     Times source({0us, 60000us}, [] {});
