@@ -122,10 +122,11 @@ Config::Rule readRule(Section& section) {
                                                         "alternatives, each has its own table"));
     }
     const std::string& key = keys.front();
-    const std::optional<uint32_t> type = ruleTypeNamed(key);
-    if (!type) {
-        section.refuseUnknown();
+    const std::optional<uint32_t> named = ruleTypeNamed(key);
+    if (!named) {
+        section.fail(key, "is not a known key");
     }
+    const uint32_t type = *named;
     std::string text;
     if (type == ruleAny) {
         if (!section.flag(key, true)) {
@@ -136,8 +137,8 @@ Config::Rule readRule(Section& section) {
     } else {
         text = section.text(key, longestRuleText);
     }
-    Config::Rule rule{unsetRule(*type), section.where(key)};
-    const std::string problem = ruleFromText(*type, text, rule.record);
+    Config::Rule rule{unsetRule(type), section.where(key)};
+    const std::string problem = ruleFromText(type, text, rule.record);
     if (!problem.empty()) {
         section.fail(key, problem);
     }
