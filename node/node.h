@@ -17,6 +17,7 @@
 #include "node/log/event_log.h"
 #include "node/loop/loop.h"
 #include "node/module/library.h"
+#include "node/profiles/profile_store.h"
 #include "node/report/report.h"
 
 namespace node {
@@ -29,7 +30,8 @@ public:
         bool stay = false;          // until a signal, also after the captures
     };
 
-    // Opens the captures; CaptureError when one cannot be played at all.
+    // Opens the captures and the profiles; CaptureError or ProfileError when one cannot be used
+    // at all.
     Node(const Config& config, const Options& options, std::ostream& out);
     ~Node();
     Node(const Node&) = delete;
@@ -44,6 +46,9 @@ public:
     // Empty when all was applied; else what is wrong, in one line. Then nothing is changed,
     // unless the module itself refused something: what came before that stays applied.
     std::string reload(const std::string& path);
+
+    // All profiles, by kind and name. Any thread, from construction on.
+    std::vector<ProfileInfo> profiles() const { return profiles_.list(); }
 
 private:
     struct PlayedLine {
@@ -63,6 +68,7 @@ private:
     void watchSignals();
     void stop();
     void noteStored(unsigned ifId);
+    void createProfiles(unsigned ifId, const LoginProfiles& profiles);
     void showProgress();
     RunReport report() const;
     LineReport reportLine(const PlayedLine& line,
@@ -75,6 +81,7 @@ private:
     Loop loop_;
     Engine engine_;
     Isa isa_;
+    ProfileStore profiles_;
     std::vector<PlayedLine> lines_;
     std::map<unsigned, std::string> stored_;  // the storage file as last seen
     std::vector<BLEntity*> order_;

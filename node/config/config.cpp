@@ -53,6 +53,22 @@ Config::Verdict verdict(Section& section, const std::string& key, Config::Verdic
         section.choice(key, {"accept", "reject", "never"}, static_cast<size_t>(fallback)));
 }
 
+// The profile names that an accepted user's login brings, each under a key of its own.
+LoginProfiles readLoginProfiles(Section& entry, Config::Verdict verdict) {
+    LoginProfiles profiles;
+    for (size_t i = 0; i < profileKindCount; ++i) {
+        std::string key(profileKindNames[i]);
+        if (static_cast<ProfileKind>(i) != ProfileKind::accessList) {
+            key += "-profile";
+        }
+        profiles.names[i] = entry.text(key, longestProfileName, "");
+        if (verdict != Config::Verdict::accept && entry.has(key)) {
+            entry.fail(key, "has no meaning for a user who is not accepted");
+        }
+    }
+    return profiles;
+}
+
 Config::Isa readIsa(Section section) {
     Config::Isa isa;
     isa.unknown = verdict(section, "unknown", isa.unknown);
@@ -68,6 +84,7 @@ Config::Isa readIsa(Section section) {
         if (user.verdict == Config::Verdict::never && entry.has("delay-ms")) {
             entry.fail("delay-ms", "has no meaning for a user who is never answered");
         }
+        user.profiles = readLoginProfiles(entry, user.verdict);
         if (!seen.emplace(user.circuitId, seen.size()).second) {
             entry.fail("circuit-id", "\"" + user.circuitId + "\" is listed twice");
         }
@@ -76,6 +93,18 @@ Config::Isa readIsa(Section section) {
     }
     section.refuseUnknown();
     return isa;
+}
+
+Config::Profiles readProfiles(Section section, const std::string& directory) {
+    const std::string name = section.text("file", 4096);
+    Config::Profiles profiles;
+    profiles.file = (std::filesystem::path(directory) / name).string();
+    std::error_code error;
+    if (std::filesystem::is_directory(profiles.file, error)) {
+        section.fail("file", profiles.file + " is a directory");
+    }
+    section.refuseUnknown();
+    return profiles;
 }
 
 std::vector<Config::Outage> readOutages(Section& section) {
@@ -289,6 +318,9 @@ Config parseConfig(const std::string& text, const std::string& fileName,
     }
     if (std::optional<Section> section = file.section("isa")) {
         config.isa = readIsa(std::move(*section));
+    }
+    if (std::optional<Section> section = file.section("profiles")) {
+        config.profiles = readProfiles(std::move(*section), directory);
     }
     config.interfaces = readInterfaces(file, directory);
     config.changes = readChanges(file, directory);

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "node/profile.h"
 #include "rpc/rpctal.h"
 
 namespace node {
@@ -37,11 +38,16 @@ struct Config {
         std::string circuitId;
         Verdict verdict = Verdict::accept;
         Milliseconds delay{0};
+        LoginProfiles profiles;  // of an accepted user
     };
 
     struct Isa {
         Verdict unknown = Verdict::reject;  // for circuit ids without an entry
         std::vector<User> users;
+    };
+
+    struct Profiles {
+        std::string file;  // path; empty: in memory
     };
 
     struct Outage {
@@ -82,6 +88,7 @@ struct Config {
     std::string file;  // its name, as given
     Node node;
     Isa isa;
+    Profiles profiles;
     std::vector<Interface> interfaces;  // at least one, in the file's order
     std::vector<Change> changes;        // ascending
 };

@@ -18,7 +18,9 @@ Library::Library(const std::string& path) : path_(path) {
     }
     try {
         look(adminStateSet, "rpcTalAdminStateSet");
+        look(adminStateGet, "rpcTalAdminStateGet");
         look(intfAdminStateSet, "rpcTalIntfAdminStateSet");
+        look(intfAdminStateGet, "rpcTalIntfAdminStateGet");
         look(intfAuthenAdminStateSet, "rpcTalIntfAuthenAdminStateSet");
         look(intfAuthenAdminStateGet, "rpcTalIntfAuthenAdminStateGet");
         look(intfAuthorAdminStateSet, "rpcTalIntfAuthorAdminStateSet");

@@ -27,7 +27,9 @@ public:
     bool unload();  // true: it is gone from the process
 
     decltype(&::rpcTalAdminStateSet) adminStateSet = nullptr;
+    decltype(&::rpcTalAdminStateGet) adminStateGet = nullptr;
     decltype(&::rpcTalIntfAdminStateSet) intfAdminStateSet = nullptr;
+    decltype(&::rpcTalIntfAdminStateGet) intfAdminStateGet = nullptr;
     decltype(&::rpcTalIntfAuthenAdminStateSet) intfAuthenAdminStateSet = nullptr;
     decltype(&::rpcTalIntfAuthenAdminStateGet) intfAuthenAdminStateGet = nullptr;
     decltype(&::rpcTalIntfAuthorAdminStateSet) intfAuthorAdminStateSet = nullptr;
