@@ -39,6 +39,9 @@ std::string needsRestart(const Config& now, const Config& next) {
     if (const std::string key = differentKey(now.node, next.node); !key.empty()) {
         return next.file + ": node." + key + cannot;
     }
+    if (now.profiles.file != next.profiles.file) {
+        return next.file + ": profiles.file" + cannot;
+    }
     for (const Config::Interface& interface : next.interfaces) {
         const Config::Interface* const before = find(now, interface.id);
         if (!before) {
