@@ -251,7 +251,7 @@ std::vector<ProfileInfo> ProfileDatabase::load() {
         const std::string name = columnText(run.row(), 1);
         const std::optional<ProfileKind> kind = profileKindOf(kindName);
         if (!kind || name.empty()) {
-            failDamaged("a profile \"" + name + "\" of kind \"" + kindName + "\"");
+            failDamaged("a profile of kind \"" + kindName + '"');
         }
         if (profiles.empty() || profiles.back().kind != *kind || profiles.back().name != name) {
             const bool dynamic = sqlite3_column_int(run.row(), 2) != 0;
