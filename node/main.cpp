@@ -1,5 +1,6 @@
 // talnode: a Linux process that runs the TAL module. Exit codes: 0 the run ended as it should,
-// 1 the module or the machine failed, 2 the command line, configuration or a capture is wrong.
+// 1 the module or the machine failed, 2 the command line, configuration, a capture or the
+// profiles' file is wrong.
 #include <syslog.h>
 
 #include <CLI/CLI.hpp>
@@ -69,6 +70,8 @@ int main(int argc, char** argv) {
     } catch (const node::ConfigError& error) {
         return fail(exitWrongInput, error.what());
     } catch (const node::CaptureError& error) {
+        return fail(exitWrongInput, error.what());
+    } catch (const node::ProfileError& error) {
         return fail(exitWrongInput, error.what());
     } catch (const std::exception& error) {
         return fail(exitFailed, error.what());

@@ -30,17 +30,18 @@ namespace node {
 
 namespace {
 
-std::optional<IsaAnswer> answerOf(Config::Verdict verdict, Config::Milliseconds delay) {
+std::optional<IsaAnswer> answerOf(Config::Verdict verdict, Config::Milliseconds delay,
+                                  const LoginProfiles& profiles) {
     if (verdict == Config::Verdict::never) {
         return std::nullopt;
     }
-    return IsaAnswer{verdict == Config::Verdict::accept, delay};
+    return IsaAnswer{verdict == Config::Verdict::accept, delay, profiles};
 }
 
 UserList userList(const Config::Isa& isa) {
-    UserList users(answerOf(isa.unknown, Config::Milliseconds(0)));
+    UserList users(answerOf(isa.unknown, Config::Milliseconds(0), {}));
     for (const Config::User& user : isa.users) {
-        users.add(user.circuitId, answerOf(user.verdict, user.delay));
+        users.add(user.circuitId, answerOf(user.verdict, user.delay, user.profiles));
     }
     return users;
 }
@@ -85,7 +86,8 @@ Node::Node(const Config& config, const Options& options, std::ostream& out)
       log_(out),
       loop_(paceOf(config, options)),
       engine_(loop_, log_),
-      isa_(loop_, log_, userList(config.isa)) {
+      isa_(loop_, log_, userList(config.isa)),
+      profiles_({config.profiles.file, hasDslLines(config.node.boardType)}, log_) {
     log_.setClock([this] { return loop_.now(); });
     for (const Config::Interface& interface : config_.interfaces) {
         log_.setLabel(interface.id, interface.kernelName + " " + interface.name);
@@ -110,6 +112,7 @@ Node::~Node() {
     }
     attachBridge(nullptr);
     attachIsa(nullptr);
+    attachProfiles(nullptr);
     attachModuleLog(nullptr);
     if (signalFd_ >= 0) {
         close(signalFd_);
@@ -129,6 +132,7 @@ void Node::attach() {
     attachModuleLog(&log_);
     attachBridge(&engine_);
     attachIsa(&isa_);
+    attachProfiles(&profiles_);
     engine_.onEvent([](const std::string& line) { deliverEvent(line); });
     isa_.onReply([this](unsigned ifId, unsigned kind, int result) {
         return library_->reply(ifId, kind, result);
@@ -139,11 +143,27 @@ void Node::attach() {
                           library_->intfAuthorAdminStateGet(ifId, &stages.authorization) == 0;
         return read ? stages : Isa::Stages{};
     });
-    isa_.onAnswered([this](unsigned ifId, bool accepted) {
-        if (accepted) {
+    isa_.onAnswered([this](unsigned ifId, const IsaAnswer& answer) {
+        if (answer.accepted) {
             noteStored(ifId);
+            createProfiles(ifId, answer.profiles);
         }
     });
+}
+
+// Switching a line or the node off deletes profiles under the exclusive lock. Under the shared
+// one the states that are read stay true until the profiles are there, so that none of a line
+// that was switched off meanwhile is left behind.
+void Node::createProfiles(unsigned ifId, const LoginProfiles& profiles) {
+    const BLLManager::sharedLock_t lock;
+    bool nodeOn = false;
+    bool lineOn = false;
+    if (lock.isLocked() && library_->adminStateGet(&nodeOn) == 0 && nodeOn &&
+        library_->intfAdminStateGet(ifId, &lineOn) == 0 && lineOn) {
+        profiles_.login(ifId, profiles);
+    } else if (!profiles.empty()) {
+        log_.line(ifId, "profile", "none created: TAL is off");
+    }
 }
 
 void Node::noteStored(unsigned ifId) {
@@ -378,6 +398,7 @@ RunReport Node::report() const {
     for (const PlayedLine& line : lines_) {
         result.lines.push_back(reportLine(line, stored));
     }
+    addProfiles(result, profiles_.list());
     result.end = end_;
     result.seconds = static_cast<double>(loop_.now().count()) / 1e6;
     return result;

@@ -18,6 +18,7 @@
 #include "node/loop/loop.h"
 #include "node/management/management.h"
 #include "node/module/library.h"
+#include "node/profiles/profile_store.h"
 #include "node/report/report.h"
 
 namespace node {
@@ -31,7 +32,8 @@ public:
         std::string controlSocket{};  // empty: the configuration's
     };
 
-    // Opens the captures; CaptureError when one cannot be played at all.
+    // Opens the captures and the profiles; CaptureError or ProfileError when one cannot be used
+    // at all.
     Node(const Config& config, const Options& options, std::ostream& out);
     ~Node();
     Node(const Node&) = delete;
@@ -46,6 +48,9 @@ public:
     // Empty when all was applied; else what is wrong, in one line. Then nothing is changed,
     // unless the module itself refused something: what came before that stays applied.
     std::string reload(const std::string& path);
+
+    // All profiles, by kind and name. Any thread, from construction on.
+    std::vector<ProfileInfo> profiles() const { return profiles_.list(); }
 
 private:
     struct PlayedLine {
@@ -67,6 +72,7 @@ private:
     void watchStorage();
     void stop();
     void noteStored(unsigned ifId);
+    void createProfiles(unsigned ifId, const LoginProfiles& profiles);
     void showProgress();
     RunReport report() const;
     LineReport reportLine(const PlayedLine& line,
@@ -79,6 +85,7 @@ private:
     Loop loop_;
     Engine engine_;
     Isa isa_;
+    ProfileStore profiles_;
     std::vector<PlayedLine> lines_;
     std::map<unsigned, std::string> stored_;  // the storage file as last seen
     std::vector<BLEntity*> order_;

@@ -61,6 +61,11 @@ REJECTED = "1/5"
 NEVER_ANSWERED = "1/7"
 NOISE = "1/9"
 
+# Profiles that logins bring (samples/node.toml): those of lines, and those of no line.
+PROFILES = {"1/1": [("service", "gold", "dynamic"), ("vlan", "vlan-11", "dynamic")],
+            "1/2": [("service", "gold", "dynamic")]}
+PROFILES_OF_NO_LINE = [("multicast", "tv", "dynamic")]
+
 failures = 0
 
 
@@ -77,7 +82,7 @@ def load(directory, run):
     return ({line["name"]: line for line in report["lines"]},
             (directory / f"{run}.log").read_text().splitlines(),
             (directory / f"{run}.dat").read_text(),
-            report["end"])
+            report)
 
 
 def stored_blocks(text):
@@ -106,9 +111,13 @@ def identifiers(line):
     return {key: value for key, value in line["request"].items() if key != "pattern"}
 
 
-def check_whole(title, lines, log, end):
+def profiles(holder):
+    return [(one["kind"], one["name"], one["state"]) for one in holder["profiles"]]
+
+
+def check_whole(title, lines, log, report):
     print(title)
-    check("the captures were played to their end", end, "the captures were played")
+    check("the captures were played to their end", report["end"], "the captures were played")
     check("the module was unloaded", any("stopped and unloaded" in line for line in log), True)
     check("all lines are there", sorted(lines),
           sorted([*ACCEPTED, REJECTED, NEVER_ANSWERED, NOISE]))
@@ -117,8 +126,11 @@ def check_whole(title, lines, log, end):
               (line["damage"], line["frames"] > 0), ("", True))
 
 
-def check_run(title, lines, log, end):
-    check_whole(title, lines, log, end)
+def check_run(title, lines, log, report):
+    check_whole(title, lines, log, report)
+    check("profiles that logins brought to their lines",
+          {name: profiles(line) for name, line in lines.items() if line["profiles"]}, PROFILES)
+    check("profiles that logins brought to no line", profiles(report), PROFILES_OF_NO_LINE)
     for name, line in lines.items():
         check(f"{name} its rules", line["rules"],
               NOISE_RULES if name == NOISE else [RULES[name]])
@@ -178,8 +190,11 @@ def check_second(lines, log, data, first_lines, first_data):
     check("the storage file is what it was", data == first_data, True)
 
 
-def check_ruleless(lines, log, data, end):
-    check_whole("a run without rules: the same traffic, every line stays blocked", lines, log, end)
+def check_ruleless(lines, log, data, report):
+    check_whole("a run without rules: the same traffic, every line stays blocked", lines, log,
+                report)
+    check("no login brought profiles", (
+        [name for name, line in lines.items() if line["profiles"]], report["profiles"]), ([], []))
     for name, line in lines.items():
         check(f"{name} verdict, gate, stored, logins asked for, rules",
               (line["verdict"], line["gate"], line["stored"], line["traps"], line["rules"]),
@@ -193,11 +208,11 @@ def check_ruleless(lines, log, data, end):
 
 def main():
     directory = pathlib.Path(sys.argv[1])
-    first_lines, first_log, first_data, first_end = load(directory, "first")
-    second_lines, second_log, second_data, second_end = load(directory, "second")
-    check_run("first run: subscribers log in", first_lines, first_log, first_end)
+    first_lines, first_log, first_data, first_report = load(directory, "first")
+    second_lines, second_log, second_data, second_report = load(directory, "second")
+    check_run("first run: subscribers log in", first_lines, first_log, first_report)
     check_first(first_lines, first_log, first_data)
-    check_run("second run: stored logins are replayed", second_lines, second_log, second_end)
+    check_run("second run: stored logins are replayed", second_lines, second_log, second_report)
     check_second(second_lines, second_log, second_data, first_lines, first_data)
     check_ruleless(*load(directory, "ruleless"))
     if failures:

@@ -115,6 +115,22 @@ Config::Verdict verdict(Section& section, const std::string& key, Config::Verdic
         section.choice(key, {"accept", "reject", "never"}, static_cast<size_t>(fallback)));
 }
 
+// The profile names that an accepted user's login brings, each under a key of its own.
+LoginProfiles readLoginProfiles(Section& entry, Config::Verdict verdict) {
+    LoginProfiles profiles;
+    for (size_t i = 0; i < profileKindCount; ++i) {
+        std::string key(profileKindNames[i]);
+        if (static_cast<ProfileKind>(i) != ProfileKind::accessList) {
+            key += "-profile";
+        }
+        profiles.names[i] = entry.text(key, longestProfileName, "");
+        if (verdict != Config::Verdict::accept && entry.has(key)) {
+            entry.fail(key, "has no meaning for a user who is not accepted");
+        }
+    }
+    return profiles;
+}
+
 Config::Isa readIsa(Section section) {
     Config::Isa isa;
     isa.unknown = verdict(section, "unknown", isa.unknown);
@@ -130,6 +146,7 @@ Config::Isa readIsa(Section section) {
         if (user.verdict == Config::Verdict::never && entry.has("delay-ms")) {
             entry.fail("delay-ms", "has no meaning for a user who is never answered");
         }
+        user.profiles = readLoginProfiles(entry, user.verdict);
         if (!seen.emplace(user.circuitId, seen.size()).second) {
             entry.fail("circuit-id", "\"" + user.circuitId + "\" is listed twice");
         }
@@ -138,6 +155,18 @@ Config::Isa readIsa(Section section) {
     }
     section.refuseUnknown();
     return isa;
+}
+
+Config::Profiles readProfiles(Section section, const std::string& directory) {
+    const std::string name = section.text("file", 4096);
+    Config::Profiles profiles;
+    profiles.file = (std::filesystem::path(directory) / name).string();
+    std::error_code error;
+    if (std::filesystem::is_directory(profiles.file, error)) {
+        section.fail("file", profiles.file + " is a directory");
+    }
+    section.refuseUnknown();
+    return profiles;
 }
 
 std::vector<Config::Outage> readOutages(Section& section) {
@@ -184,10 +213,11 @@ Config::Rule readRule(Section& section) {
                                                         "alternatives, each has its own table"));
     }
     const std::string& key = keys.front();
-    const std::optional<uint32_t> type = ruleTypeNamed(key);
-    if (!type) {
-        section.refuseUnknown();
+    const std::optional<uint32_t> named = ruleTypeNamed(key);
+    if (!named) {
+        section.fail(key, "is not a known key");
     }
+    const uint32_t type = *named;
     std::string text;
     if (type == ruleAny) {
         if (!section.flag(key, true)) {
@@ -198,8 +228,8 @@ Config::Rule readRule(Section& section) {
     } else {
         text = section.text(key, longestRuleText);
     }
-    Config::Rule rule{unsetRule(*type), section.where(key)};
-    const std::string problem = ruleFromText(*type, text, rule.record);
+    Config::Rule rule{unsetRule(type), section.where(key)};
+    const std::string problem = ruleFromText(type, text, rule.record);
     if (!problem.empty()) {
         section.fail(key, problem);
     }
@@ -353,6 +383,9 @@ Config parseConfig(const std::string& text, const std::string& fileName,
     }
     if (std::optional<Section> section = file.section("isa")) {
         config.isa = readIsa(std::move(*section));
+    }
+    if (std::optional<Section> section = file.section("profiles")) {
+        config.profiles = readProfiles(std::move(*section), directory);
     }
     config.interfaces = readInterfaces(file, directory);
     config.changes = readChanges(file, directory);

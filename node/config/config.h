@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "node/profile.h"
 #include "rpc/rpctal.h"
 
 namespace node {
@@ -48,11 +49,16 @@ struct Config {
         std::string circuitId;
         Verdict verdict = Verdict::accept;
         Milliseconds delay{0};
+        LoginProfiles profiles;  // of an accepted user
     };
 
     struct Isa {
         Verdict unknown = Verdict::reject;  // for circuit ids without an entry
         std::vector<User> users;
+    };
+
+    struct Profiles {
+        std::string file;  // path; empty: in memory
     };
 
     struct Outage {
@@ -94,6 +100,7 @@ struct Config {
     Node node;
     Control control;
     Isa isa;
+    Profiles profiles;
     std::vector<Interface> interfaces;  // at least one, in the file's order
     std::vector<Change> changes;        // ascending
 };

@@ -1,8 +1,6 @@
-// Identity of the node, and the board with its DSL lines. The lines hold no line profiles and
-// no alarm profiles: enumerations are empty and every name is unknown.
+// Identity of the node and type of its board. What DSL lines have of their own is in
+// node/profiles/dsl.cpp.
 #include "node/host/board.h"
-
-#include <boost/make_shared.hpp>
 
 #include "platform/ports.h"
 #include "platform/sysinfo.h"
@@ -16,36 +14,14 @@ Board& ownBoard() {
     return board;
 }
 
-bool hasDslLines(unsigned boardType) {
-    return boardType == 1 || boardType == 5 || boardType == 7;
-}
-
-class EmptyVdsl : public Vdsl {
-public:
-    unsigned getProfileAll(rpcVdslProfileAll& all) override {
-        all = {};
-        return 0;
-    }
-    unsigned profileProtect(const std::string&, unsigned, int&) override { return unknownName; }
-    unsigned getAlarmProfileAll(AlarmProfileList& list) override {
-        list = {};
-        return 0;
-    }
-    unsigned getAlarmProtectedFlag(const std::string&, AlarmProfileProtectedFlags&) override {
-        return unknownName;
-    }
-    unsigned alarmProfileProtect(const std::string&, unsigned, int&) override {
-        return unknownName;
-    }
-
-private:
-    static constexpr unsigned unknownName = 1;
-};
-
 }  // namespace
 
 void setBoard(const Board& board) {
     ownBoard() = board;
+}
+
+bool hasDslLines(unsigned boardType) {
+    return boardType == 1 || boardType == 5 || boardType == 7;
 }
 
 }  // namespace node
@@ -53,18 +29,6 @@ void setBoard(const Board& board) {
 unsigned Ports::getBoardType() const {
     return node::ownBoard().type;
 }
-
-boost::shared_ptr<Vdsl> Ports::getVdslImpl() const {
-    if (!node::hasDslLines(getBoardType())) {
-        return {};
-    }
-    static const boost::shared_ptr<Vdsl> vdsl = boost::make_shared<node::EmptyVdsl>();
-    return vdsl;
-}
-
-unsigned Ports::vdslPortDynamicProfilesDelete(unsigned) {
-    return 0;
-}  // there are none
 
 template <>
 Ports& singleton<Ports>::instance() {

@@ -15,4 +15,6 @@ struct Board {
 
 void setBoard(const Board& board);
 
+bool hasDslLines(unsigned boardType);
+
 }  // namespace node

@@ -5,6 +5,7 @@
 #include "node/isa/isa.h"
 
 #include <exception>
+#include <utility>
 
 #include "node/isa/login_text.h"
 #include "platform/isaradiusbll.h"
@@ -43,7 +44,7 @@ void Isa::request(const rpcTalLoginBlockBll& block) {
         return;
     }
     loop_.at(loop_.now() + answer->delay,
-             [this, ifId, accepted = answer->accepted] { this->answer(ifId, accepted); });
+             [this, ifId, answer = std::move(*answer)] { give(ifId, answer); });
 }
 
 bool Isa::send(unsigned ifId, unsigned kind, bool accepted) {
@@ -58,7 +59,8 @@ bool Isa::send(unsigned ifId, unsigned kind, bool accepted) {
     return result == 0;
 }
 
-void Isa::answer(unsigned ifId, bool accepted) {
+void Isa::give(unsigned ifId, const IsaAnswer& answer) {
+    const bool accepted = answer.accepted;
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         if (closed_) {
@@ -84,7 +86,7 @@ void Isa::answer(unsigned ifId, bool accepted) {
         }
     }
     if (taken && answered_) {
-        answered_(ifId, accepted);
+        answered_(ifId, answer);
     }
 }
 

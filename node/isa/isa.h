@@ -34,7 +34,7 @@ public:
 
     using Reply = std::function<uint32_t(unsigned ifId, unsigned kind, int result)>;
     using StagesOf = std::function<Stages(unsigned ifId)>;
-    using Answered = std::function<void(unsigned ifId, bool accepted)>;
+    using Answered = std::function<void(unsigned ifId, const IsaAnswer& answer)>;
 
     Isa(Loop& loop, EventLog& log, UserList users)
         : loop_(loop), log_(log), users_(std::move(users)) {}
@@ -60,7 +60,7 @@ private:
         bool waiting = false;
     };
 
-    void answer(unsigned ifId, bool accepted);
+    void give(unsigned ifId, const IsaAnswer& answer);
     bool send(unsigned ifId, unsigned kind, bool accepted);
 
     Loop& loop_;

@@ -3,7 +3,7 @@
 namespace node {
 
 void UserList::add(const std::string& circuitId, std::optional<IsaAnswer> answer) {
-    users_[circuitId] = answer;
+    users_[circuitId] = std::move(answer);
 }
 
 std::optional<IsaAnswer> UserList::find(std::string_view circuitId) const {

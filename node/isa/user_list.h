@@ -6,18 +6,22 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+
+#include "node/profile.h"
 
 namespace node {
 
 struct IsaAnswer {
     bool accepted = false;
     std::chrono::milliseconds delay{0};
+    LoginProfiles profiles;  // of an accepted user
 };
 
 class UserList {
 public:
     // No answer: the request is never answered.
-    explicit UserList(std::optional<IsaAnswer> unknown) : unknown_(unknown) {}
+    explicit UserList(std::optional<IsaAnswer> unknown) : unknown_(std::move(unknown)) {}
 
     void add(const std::string& circuitId, std::optional<IsaAnswer> answer);
     void clear() { users_.clear(); }

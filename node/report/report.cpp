@@ -33,7 +33,60 @@ std::string number(double value) {
     return text;
 }
 
+std::string profilesText(const std::vector<ProfileInfo>& profiles) {
+    std::string text;
+    for (const ProfileInfo& profile : profiles) {
+        text += (text.empty() ? "" : ", ") + std::string(profileKindName(profile.kind)) + ' ' +
+                jsonText(profile.name) + ' ' + std::string(profileStateName(profile.state));
+    }
+    return text;
+}
+
+std::string profilesJson(const std::vector<ProfileInfo>& profiles) {
+    std::string json;
+    for (const ProfileInfo& profile : profiles) {
+        json += (json.empty() ? "" : ", ") + std::string("{\"kind\": ") +
+                jsonText(std::string(profileKindName(profile.kind))) +
+                ", \"name\": " + jsonText(profile.name) +
+                ", \"state\": " + jsonText(std::string(profileStateName(profile.state))) + '}';
+    }
+    return '[' + json + ']';
+}
+
+// One row for each line that has profiles, and one for those without a line.
+std::string profileRows(const RunReport& report) {
+    std::string text;
+    for (const LineReport& line : report.lines) {
+        if (!line.profiles.empty()) {
+            text += "profiles of " + line.kernelName + ' ' + line.name + ": " +
+                    profilesText(line.profiles) + '\n';
+        }
+    }
+    if (!report.profiles.empty()) {
+        text += "profiles of no line: " + profilesText(report.profiles) + '\n';
+    }
+    return text;
+}
+
 }  // namespace
+
+void addProfiles(RunReport& report, const std::vector<ProfileInfo>& profiles) {
+    for (const ProfileInfo& profile : profiles) {
+        if (profile.state == ProfileState::builtIn) {
+            continue;
+        }
+        bool placed = false;
+        for (LineReport& line : report.lines) {
+            if (std::count(profile.interfaces.begin(), profile.interfaces.end(), line.id) != 0) {
+                line.profiles.push_back(profile);
+                placed = true;
+            }
+        }
+        if (!placed) {
+            report.profiles.push_back(profile);
+        }
+    }
+}
 
 std::string reportTable(const RunReport& report) {
     std::vector<Row> rows{
@@ -71,7 +124,8 @@ std::string reportTable(const RunReport& report) {
         line.erase(line.find_last_not_of(' ') + 1);
         text += line + '\n';
     }
-    return text + "run: " + number(report.seconds) + " s, ended because " + report.end + '\n';
+    return text + profileRows(report) + "run: " + number(report.seconds) + " s, ended because " +
+           report.end + '\n';
 }
 
 std::string jsonText(const std::string& text) {
@@ -120,9 +174,9 @@ std::string reportJson(const RunReport& report) {
             json += (k == 0 ? "" : ", ") + jsonText(line.request[k].first) + ": " +
                     jsonText(line.request[k].second);
         }
-        json += "}}";
+        json += "},\n     \"profiles\": " + profilesJson(line.profiles) + '}';
     }
-    return json + "\n  ]\n}\n";
+    return json + "\n  ],\n  \"profiles\": " + profilesJson(report.profiles) + "\n}\n";
 }
 
 }  // namespace node

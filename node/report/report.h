@@ -6,6 +6,8 @@
 #include <utility>
 #include <vector>
 
+#include "node/profile.h"
+
 namespace node {
 
 struct LineReport {
@@ -23,13 +25,18 @@ struct LineReport {
     std::vector<std::pair<std::string, std::string>> request;  // identifiers of the last one
     std::vector<std::string> rules;                            // that the engine has
     std::string damage;                                        // of the line's capture
+    std::vector<ProfileInfo> profiles;                         // that belong to the line
 };
 
 struct RunReport {
     std::vector<LineReport> lines;
-    std::string end;     // why the run ended
-    double seconds = 0;  // of the run's time
+    std::vector<ProfileInfo> profiles;  // that belong to no line of the report
+    std::string end;                    // why the run ended
+    double seconds = 0;                 // of the run's time
 };
+
+// Puts every profile where it belongs; built-in ones are left out.
+void addProfiles(RunReport& report, const std::vector<ProfileInfo>& profiles);
 
 std::string reportTable(const RunReport& report);  // with a totals row
 std::string reportJson(const RunReport& report);

@@ -56,7 +56,7 @@ void Board::addVdslProfile(const std::string& name, unsigned protection) {
 
 boost::shared_ptr<Vdsl> Board::getVdslImpl() {
     desk_.ask({Service::ports, "getVdslImpl", "", "", Refusal::never});
-    if (vdslImpl == VdslImpl::throwing) {
+    if (vdslImpl == VdslImpl::throwing && ++vdslObtained_ >= vdslThrowsFrom) {
         desk_.output("exception " + shown(vdslException));
         throw std::runtime_error(vdslException);
     }
@@ -160,7 +160,7 @@ unsigned Profiles::getAll(const char* call, const std::vector<Profile>& from,
 unsigned Profiles::get(const char* call, const std::vector<Profile>& from, const std::string& name,
                        bool& protectFlag) {
     const unsigned result = about(call, name, shown(name));
-    if (result == 0) {
+    if (result == 0 || refusedReadsFill) {
         const auto found = std::find_if(from.begin(), from.end(), [&name](const Profile& profile) {
             return profile.name == name;
         });

@@ -138,6 +138,7 @@ public:
     std::string shelfId = "2";
     VdslImpl vdslImpl = VdslImpl::present;
     std::string vdslException = "no scripter";
+    unsigned vdslThrowsFrom = 1;  // when throwing: the n-th obtaining and those after it
     std::vector<rpcVdslProfile> vdslProfiles;
     struct AlarmProfile {
         std::string name;
@@ -157,6 +158,7 @@ public:
 
 private:
     Desk& desk_;
+    unsigned vdslObtained_ = 0;
 };
 
 // The profile services and the access lists. Unprotecting a profile clears its flag.
@@ -174,6 +176,7 @@ public:
 
     explicit Profiles(Desk& desk) : desk_(desk) {}
 
+    bool refusedReadsFill = false;  // a refused read of a record still fills it
     std::vector<Profile> services;
     std::vector<Profile> vlans;
     std::vector<Profile> multicasts;

@@ -65,6 +65,39 @@ TEST_F(DynamicDeletionTest, NoResultIsLookedAt) {
     EXPECT_TRUE(platform.texts().empty());
 }
 
+// Each call refused in turn, for all and for one interface, on a board with and one without DSL
+// lines: every other call still happens, in its place.
+TEST_F(DynamicDeletionTest, EveryRefusedCallLeavesAllTheOthers) {
+    for (const int board : {2, 7}) {
+        for (const unsigned intf : {0u, 7u}) {
+            SCOPED_TRACE(std::to_string(board) + ", interface " + std::to_string(intf));
+            platform.board.type = board;
+            platform.forget();
+            EXPECT_EQ(0u, module.talDynamicProfilesDelete(intf));
+            const std::vector<std::string> whole = platform.calls();
+            unsigned result = 1;
+            const unsigned runs = fake::sweepFaults(
+                platform, [&] { result = 1; },
+                [&] { result = module.talDynamicProfilesDelete(intf); },
+                [&](const fake::FaultRun& run) {
+                    std::vector<std::string> expected = whole;
+                    if (run.faulted) {
+                        const std::string bare =
+                            run.refused.text.substr(0, run.refused.text.rfind(" = "));
+                        const auto place = std::find(expected.begin(), expected.end(), bare);
+                        ASSERT_NE(expected.end(), place) << bare;
+                        *place = run.refused.text;
+                    }
+                    EXPECT_TRUE(sameLines(platform.calls(), expected));
+                    EXPECT_EQ(0u, result);
+                    EXPECT_TRUE(platform.texts().empty());
+                });
+            // All but the question for the board's type, and a last run without a refusal.
+            EXPECT_EQ(whole.size() - 1 + 1, runs);
+        }
+    }
+}
+
 TEST_F(DynamicDeletionTest, DeletionTakesNoLockOfItsOwn) {
     EXPECT_EQ(0u, module.talDynamicProfilesDelete(0));
     EXPECT_TRUE(platform.calls({Service::lock}).empty());

@@ -317,6 +317,31 @@ TEST_F(DynamicProfilesTest, EveryRefusedCallEndsOrSkipsExactlyWhatItShould) {
     EXPECT_EQ(std::size(meanings), swept.size()) << "every call was refused at least once";
 }
 
+TEST_F(DynamicProfilesTest, RefusedReadThatStillFillsTheRecordIsBelieved) {
+    offerEverything();
+    platform.profiles.refusedReadsFill = true;
+    for (const char* read : {"servProfileGet", "vlanProfileGet", "mcastProfileGet"}) {
+        platform.answers.always(read);
+    }
+    EXPECT_TRUE(convert());
+    EXPECT_EQ(2u, platform.count("servProfileUnprotect"));
+    EXPECT_EQ(2u, platform.count("vlanProfileUnprotect"));
+    EXPECT_EQ(2u, platform.count("mcastProfileUnprotect"));
+}
+
+TEST_F(DynamicProfilesTest, ConversionNeverReadsOrWritesTheInterfaceTable) {
+    offerEverything();
+    EXPECT_TRUE(convert()) << "without a start and without interfaces";
+    startWith({1, 7});
+    ASSERT_EQ(talResOk, module.talIntfTimeoutSet(7, 33));
+    platform.forget();
+    EXPECT_TRUE(convert());
+    uint32_t timeout = 0;
+    EXPECT_TRUE(platform.calls({Service::lock, Service::engine, Service::interfaces}).empty());
+    EXPECT_EQ(talResOk, module.talIntfTimeoutGet(7, &timeout));
+    EXPECT_EQ(33u, timeout);
+}
+
 // ---- flow profiles
 
 TEST_F(DynamicProfilesTest, InternalDefaultAndDefaultNamedFlowsKeepTheirFlags) {
@@ -470,6 +495,30 @@ TEST_F(DynamicProfilesTest, ExceptionOfTheDslBoardIsLoggedAndEndsTheConversion) 
     EXPECT_TRUE(sameLines(platform.texts(), texts));
     EXPECT_EQ(0u, platform.count("getAlarmProfileAll"));
     EXPECT_EQ(0u, platform.count("saveDynamicProfiles"));
+}
+
+// The list and the first profile are through when the implementation is refused.
+TEST_F(DynamicProfilesTest, ExceptionBetweenTwoDslProfilesLeavesTheFirstConverted) {
+    offerEverything();
+    platform.board.vdslImpl = fake::Board::VdslImpl::throwing;
+    platform.board.vdslThrowsFrom = 3;
+    EXPECT_FALSE(convert());
+    EXPECT_EQ(1u, platform.count("profileProtect"));
+    EXPECT_EQ("d1", platform.find("profileProtect")[0].key);
+    EXPECT_TRUE(
+        sameLines(platform.texts(), {"log 0: Exceptional situation (VdslScripter): no scripter."}));
+    EXPECT_EQ(0u, platform.count("saveDynamicProfiles"));
+}
+
+TEST_F(DynamicProfilesTest, ExceptionBehindTheDslProfilesIsAFailureWithoutALine) {
+    offerEverything();
+    platform.board.vdslImpl = fake::Board::VdslImpl::throwing;
+    platform.board.vdslThrowsFrom = 4;  // the list, two profiles, then the alarm profiles
+    EXPECT_EQ(1u, rpcTalConvertAllDynamicProfilesToStatic());
+    EXPECT_EQ(2u, platform.count("profileProtect"));
+    EXPECT_EQ(0u, platform.count("getAlarmProfileAll"));
+    EXPECT_EQ(0u, platform.count("saveDynamicProfiles"));
+    EXPECT_TRUE(platform.texts().empty());
 }
 
 TEST_F(DynamicProfilesTest, MissingImplementationOnADslBoardIsFatal) {

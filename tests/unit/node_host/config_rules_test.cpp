@@ -259,6 +259,8 @@ TEST_F(Reload, WhatIsReadAtTheStartCannot) {
     EXPECT_EQ(difference(now + "[control]\nsocket = \"a\"\n"),
               "next.toml: control cannot change while the node runs");
     EXPECT_THAT(difference(changed("00:01", "00:02")), HasSubstr("node.mac cannot change"));
+    EXPECT_EQ(difference(now + "[profiles]\nfile = \"p\"\n"),
+              "next.toml: profiles.file cannot change while the node runs");
     EXPECT_EQ(difference(changed("\"1/1\"", "\"1/3\"")),
               "next.toml:6: interface.name cannot change while the node runs");
     EXPECT_THAT(difference(changed("dsl2", "dsl3")),

@@ -42,6 +42,7 @@ TEST(Config, DefaultsFillWhatIsNotSaid) {
     EXPECT_FALSE(config.node.mac);
     EXPECT_EQ(config.control, Config::Control{});
     EXPECT_EQ(config.isa.unknown, Config::Verdict::reject);
+    EXPECT_EQ(config.profiles.file, "");
     ASSERT_EQ(config.interfaces.size(), 1u);
     const Config::Interface& interface = config.interfaces[0];
     EXPECT_TRUE(interface.capture.empty());
@@ -73,6 +74,20 @@ delay-ms = 12
 [[isa.user]]
 circuit-id = "two"
 verdict = "never"
+[[isa.user]]
+circuit-id = "three"
+verdict = "accept"
+service-profile = "a"
+vlan-profile = "b"
+flow-profile = "c"
+multicast-profile = "d"
+security-profile = "e"
+l2cp-profile = "f"
+access-list = "g"
+dsl-profile = "h"
+alarm-profile = "i"
+[profiles]
+file = "node.profiles"
 [[interface]]
 id = 99
 name = "x"
@@ -94,11 +109,16 @@ outage = [{from-ms = 1, to-ms = 2}, {from-ms = 3, to-ms = 4}]
     EXPECT_FALSE(config.node.tal);
     EXPECT_EQ(config.node.mac, (std::array<uint8_t, 6>{0x02, 0xab, 0, 0, 0, 0xff}));
     EXPECT_EQ(config.isa.unknown, Config::Verdict::accept);
-    ASSERT_EQ(config.isa.users.size(), 2u);
+    ASSERT_EQ(config.isa.users.size(), 3u);
     EXPECT_EQ(config.isa.users[0].circuitId, "one");
     EXPECT_EQ(config.isa.users[0].verdict, Config::Verdict::reject);
     EXPECT_EQ(config.isa.users[0].delay.count(), 12);
+    EXPECT_TRUE(config.isa.users[0].profiles.empty());
     EXPECT_EQ(config.isa.users[1].verdict, Config::Verdict::never);
+    using Names = std::array<std::string, node::profileKindCount>;
+    EXPECT_EQ(config.isa.users[2].profiles.names,
+              (Names{"a", "b", "c", "d", "e", "f", "g", "h", "i"}));
+    EXPECT_EQ(config.profiles.file, dir.path() + "/node.profiles");
     ASSERT_EQ(config.interfaces.size(), 1u);
     const Config::Interface& interface = config.interfaces[0];
     EXPECT_EQ(interface.id, 99u);
@@ -300,6 +320,29 @@ INSTANTIATE_TEST_SUITE_P(
         BadFile{"DelayOfNobody",
                 before("[[isa.user]]\ncircuit-id = \"a\"\nverdict = \"never\"\ndelay-ms = 1\n"),
                 "node.toml:4: isa.user.delay-ms: has no meaning"},
+        BadFile{"ProfileOfNobody",
+                before("[[isa.user]]\ncircuit-id = \"a\"\nverdict = \"reject\"\n"
+                       "access-list = \"b\"\n"),
+                "node.toml:4: isa.user.access-list: has no meaning for a user who is not accepted"},
+        BadFile{"ProfileNameTooLong",
+                before("[[isa.user]]\ncircuit-id = \"a\"\nverdict = \"accept\"\n"
+                       "dsl-profile = \"" +
+                       std::string(65, 'd') + "\"\n"),
+                "node.toml:4: isa.user.dsl-profile: must be at most 64 characters, is 65"},
+        BadFile{"ProfileNameEmpty",
+                before("[[isa.user]]\ncircuit-id = \"a\"\nverdict = \"accept\"\n"
+                       "flow-profile = \"\"\n"),
+                "node.toml:4: isa.user.flow-profile: must not be empty"},
+        BadFile{"AccessListProfile",
+                before("[[isa.user]]\ncircuit-id = \"a\"\nverdict = \"accept\"\n"
+                       "access-list-profile = \"b\"\n"),
+                "node.toml:4: isa.user.access-list-profile: is not a known key"},
+        BadFile{"ProfilesWithoutFile", before("[profiles]\n"),
+                "node.toml:1: profiles.file: is missing"},
+        BadFile{"ProfilesFileIsDirectory", before("[profiles]\nfile = \".\"\n"),
+                "node.toml:2: profiles.file: ./. is a directory"},
+        BadFile{"UnknownProfilesKey", before("[profiles]\nfile = \"a\"\nsize = 3\n"),
+                "node.toml:3: profiles.size: is not a known key"},
         BadFile{"UnknownUserKey",
                 before("[[isa.user]]\ncircuit-id = \"a\"\nverdict = \"never\"\nname = \"b\"\n"),
                 "node.toml:4: isa.user.name: is not a known key"}),

@@ -14,6 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 using node::Isa;
 using node::IsaAnswer;
+using node::LoginProfiles;
 using node::UserList;
 
 class IsaTest : public testing::Test {
@@ -26,11 +27,16 @@ protected:
             return refuse ? 1u : 0u;
         });
         isa.onStages([this](unsigned) { return stages; });
-        isa.onAnswered([this](unsigned, bool accepted) { answered.push_back(accepted); });
+        isa.onAnswered([this](unsigned, const IsaAnswer& answer) {
+            answered.push_back(answer.accepted);
+            profiles = answer.profiles;
+        });
     }
     static UserList users() {
-        UserList users(IsaAnswer{false, 0ms});
-        users.add("good", IsaAnswer{true, 10ms});
+        UserList users(IsaAnswer{false, 0ms, {}});
+        LoginProfiles profiles;
+        profiles.of(node::ProfileKind::vlan) = "v100";
+        users.add("good", IsaAnswer{true, 10ms, profiles});
         users.add("silent", std::nullopt);
         return users;
     }
@@ -52,6 +58,7 @@ protected:
     bool requesting = false;
     std::vector<std::string> replies;
     std::vector<bool> answered;
+    LoginProfiles profiles;
 };
 
 using Replies = std::vector<std::string>;
@@ -64,6 +71,7 @@ TEST_F(IsaTest, AcceptedLoginIsAnsweredForBothStagesAfterItsDelay) {
     EXPECT_EQ(loop.now(), 10ms);
     EXPECT_EQ(isa.record(3).verdict, Isa::Verdict::accepted);
     EXPECT_EQ(answered, std::vector<bool>{true});
+    EXPECT_EQ(profiles.of(node::ProfileKind::vlan), "v100");
 }
 
 TEST_F(IsaTest, RejectedLoginIsAnsweredOnce) {

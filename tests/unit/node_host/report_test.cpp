@@ -51,14 +51,48 @@ TEST(Report, JsonHoldsEverything) {
     {"id": 1, "name": "1/1", "kernel-name": "dsl1", "frames": 1000, "traps": 1, "replayed": 0, "verdict": "accepted", "gate": "open", "stored": true, "damage": "",
      "rule": "ip 192.0.2.0/24", "rules": ["dhcp any", "ip 192.0.2.0/24"],
      "counters": {"frames-seen": 1000, "forwarded": 999},
-     "request": {"circuit": "a\"b\\c"}},
+     "request": {"circuit": "a\"b\\c"},
+     "profiles": []},
     {"id": 2, "name": "1/2", "kernel-name": "dsl2", "frames": 0, "traps": 0, "replayed": 1, "verdict": "-", "gate": "blocked", "stored": false, "damage": "",
      "rule": "", "rules": [],
      "counters": {},
-     "request": {}}
-  ]
+     "request": {},
+     "profiles": []}
+  ],
+  "profiles": []
 }
 )");
+}
+
+std::vector<node::ProfileInfo> someProfiles() {
+    using node::ProfileKind;
+    using node::ProfileState;
+    return {{ProfileKind::service, "gold", ProfileState::dynamic, true, {1, 2}},
+            {ProfileKind::vlan, "v\"1", ProfileState::fixed, false, {2}},
+            {ProfileKind::vlan, "v2", ProfileState::dynamic, true, {77}},
+            {ProfileKind::flow, "DEFAULT", ProfileState::builtIn, true, {}},
+            {ProfileKind::flow, "f1", ProfileState::fixed, false, {}}};
+}
+
+TEST(Report, ProfilesAppearWithTheirLinesOrApart) {
+    node::RunReport report = twoLines();
+    node::addProfiles(report, someProfiles());
+    const std::string table = node::reportTable(report);
+    EXPECT_EQ(table.substr(table.find("profiles")),
+              "profiles of dsl1 1/1: service \"gold\" dynamic\n"
+              "profiles of dsl2 1/2: service \"gold\" dynamic, vlan \"v\\\"1\" static\n"
+              "profiles of no line: vlan \"v2\" dynamic, flow \"f1\" static\n"
+              "run: 1.500000 s, ended because of SIGTERM\n");
+    const std::string json = node::reportJson(report);
+    EXPECT_NE(json.find(R"("request": {},
+     "profiles": [{"kind": "service", "name": "gold", "state": "dynamic"}, )"
+                        R"({"kind": "vlan", "name": "v\"1", "state": "static"}]}
+  ],
+  "profiles": [{"kind": "vlan", "name": "v2", "state": "dynamic"}, )"
+                        R"({"kind": "flow", "name": "f1", "state": "static"}]
+})"),
+              std::string::npos)
+        << json;
 }
 
 TEST(Report, JsonTextIsEscaped) {

@@ -67,6 +67,13 @@ TEST_F(TalnodeTest, UnplayableCapturesEndWithTwoAndOneLine) {
     }
 }
 
+TEST_F(TalnodeTest, UnusableProfilesFileEndsWithTwoAndOneLine) {
+    const std::string path = config("[profiles]\nfile = \"node.toml\"\n");
+    expectOneLine(run("--config " + path), 2, "talnode: " + path + ": is no database");
+    expectOneLine(run("--config " + config("[profiles]\nfile = \"none/profiles\"\n")), 2,
+                  "talnode: " + dir.path() + "/none/profiles: unable to open database file");
+}
+
 TEST_F(TalnodeTest, WrongCommandLineEndsWithTwo) {
     EXPECT_EQ(run("").code, 2);
     EXPECT_EQ(run("--config a --colour").code, 2);

@@ -8,8 +8,8 @@ using node::IsaAnswer;
 using node::UserList;
 
 TEST(UserList, ListedUsersGetTheirAnswer) {
-    UserList users(IsaAnswer{false, {}});
-    users.add("a", IsaAnswer{true, std::chrono::milliseconds(7)});
+    UserList users(IsaAnswer{false, {}, {}});
+    users.add("a", IsaAnswer{true, std::chrono::milliseconds(7), {}});
     users.add("b", std::nullopt);
     const auto answer = users.find("a");
     ASSERT_TRUE(answer);
@@ -19,8 +19,8 @@ TEST(UserList, ListedUsersGetTheirAnswer) {
 }
 
 TEST(UserList, UnknownUsersGetTheAnswerForUnknownOnes) {
-    UserList users(IsaAnswer{false, {}});
-    users.add("KORVALIN:2 eth 5/1/1", IsaAnswer{true, {}});
+    UserList users(IsaAnswer{false, {}, {}});
+    users.add("KORVALIN:2 eth 5/1/1", IsaAnswer{true, {}, {}});
     for (const char* circuitId :
          {"", "KORVALIN:2 eth 5/1/", "KORVALIN:2 eth 5/1/11", "korvalin:2 eth 5/1/1"}) {
         ASSERT_TRUE(users.find(circuitId));
@@ -31,7 +31,7 @@ TEST(UserList, UnknownUsersGetTheAnswerForUnknownOnes) {
 
 TEST(UserList, ClearedListKnowsNobody) {
     UserList users(std::nullopt);
-    users.add("a", IsaAnswer{true, {}});
+    users.add("a", IsaAnswer{true, {}, {}});
     users.clear();
     EXPECT_FALSE(users.find("a"));
 }
