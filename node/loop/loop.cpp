@@ -2,15 +2,16 @@
 // that caused it and a run over captures gives the same result every time: whatever is due at
 // one instant runs in a fixed order (posted tasks, timers, sources). In instant pace the clock
 // is set to the time of the next thing to do; signals are looked for every few steps. In
-// recorded pace the loop sleeps in poll until the next thing is due, a task is posted or a
+// recorded pace the loop sleeps in epoll until the next thing is due, a task is posted or a
 // signal arrives. Tested by tests/unit/node_host/loop_test.cpp.
 #include "node/loop/loop.h"
 
-#include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -20,19 +21,28 @@ namespace node {
 namespace {
 
 constexpr unsigned stepsBetweenPolls = 64;
+constexpr size_t eventsAtOnce = 64;
 // How far the clock may stay behind the wall, for other threads that read it while nothing is due.
 constexpr Time longestWait = std::chrono::milliseconds(200);
 
 }  // namespace
 
-Loop::Loop(Pace pace) : pace_(pace), wakeFd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
-    if (wakeFd_ < 0) {
-        throw std::system_error(errno, std::generic_category(), "eventfd");
+Loop::Loop(Pace pace)
+    : pace_(pace),
+      wakeFd_(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)),
+      epollFd_(epoll_create1(EPOLL_CLOEXEC)) {
+    if (wakeFd_ < 0 || epollFd_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "eventfd or epoll");
     }
     began_ = lastTick_ = WallClock::now();
+    watch(wakeFd_, [this] {
+        uint64_t count = 0;
+        [[maybe_unused]] const ssize_t got = read(wakeFd_, &count, sizeof count);
+    });
 }
 
 Loop::~Loop() {
+    close(epollFd_);
     close(wakeFd_);
 }
 
@@ -75,8 +85,54 @@ void Loop::add(Source& source) {
     sources_.push_back(&source);
 }
 
+void Loop::setEvents(int operation, WatchId id) {
+    const Watch& watch = watches_.at(id);
+    epoll_event event{};
+    event.events = EPOLLIN | (watch.onWritable ? uint32_t(EPOLLOUT) : 0U);
+    event.data.u64 = id;
+    if (epoll_ctl(epollFd_, operation, watch.fd, &event) != 0) {
+        throw std::system_error(errno, std::generic_category(), "epoll_ctl");
+    }
+}
+
 void Loop::watch(int fd, Task onReadable) {
-    watches_.push_back({fd, std::move(onReadable)});
+    const auto known = watched_.find(fd);
+    if (known != watched_.end()) {
+        watches_[known->second].onReadable = std::move(onReadable);
+        return;
+    }
+    const WatchId id = watchesMade_++;
+    watches_[id] = {fd, std::move(onReadable), nullptr};
+    try {
+        setEvents(EPOLL_CTL_ADD, id);
+    } catch (...) {
+        watches_.erase(id);
+        throw;
+    }
+    watched_[fd] = id;
+}
+
+void Loop::watchWritable(int fd, Task onWritable) {
+    const WatchId id = watched_.at(fd);
+    watches_[id].onWritable = std::move(onWritable);
+    setEvents(EPOLL_CTL_MOD, id);
+}
+
+void Loop::unwatchWritable(int fd) {
+    const auto known = watched_.find(fd);
+    if (known != watched_.end()) {
+        watches_[known->second].onWritable = nullptr;
+        setEvents(EPOLL_CTL_MOD, known->second);
+    }
+}
+
+void Loop::unwatch(int fd) {
+    const auto known = watched_.find(fd);
+    if (known != watched_.end()) {
+        epoll_ctl(epollFd_, EPOLL_CTL_DEL, fd, nullptr);
+        watches_.erase(known->second);
+        watched_.erase(known);
+    }
 }
 
 void Loop::everySecond(Task task) {
@@ -167,27 +223,38 @@ bool Loop::step() {
     return false;
 }
 
-void Loop::pollDescriptors(std::optional<std::chrono::microseconds> wait) {
-    std::vector<pollfd> fds{{wakeFd_, POLLIN, 0}};
-    for (const Watch& watch : watches_) {
-        fds.push_back({watch.fd, POLLIN, 0});
+const Loop::Watch* Loop::findWatch(WatchId id) const {
+    const auto found = watches_.find(id);
+    return found == watches_.end() ? nullptr : &found->second;
+}
+
+// Tasks are copied before they are called, because they may take away their own watch.
+void Loop::serve(WatchId id, uint32_t events) {
+    constexpr uint32_t broken = EPOLLERR | EPOLLHUP;
+    const Watch* readable = findWatch(id);
+    if (readable && events & (EPOLLIN | broken)) {
+        const Task task = readable->onReadable;
+        task();
     }
+    const Watch* writable = findWatch(id);
+    if (writable && writable->onWritable && events & (EPOLLOUT | broken)) {
+        const Task task = writable->onWritable;
+        task();
+    }
+}
+
+void Loop::pollDescriptors(std::optional<std::chrono::microseconds> wait) {
     timespec timeout{};
     if (wait) {
         timeout.tv_sec = wait->count() / 1000000;
         timeout.tv_nsec = wait->count() % 1000000 * 1000;
     }
-    if (ppoll(fds.data(), fds.size(), wait ? &timeout : nullptr, nullptr) <= 0) {
-        return;
-    }
-    if (fds[0].revents & POLLIN) {
-        uint64_t count = 0;
-        [[maybe_unused]] const ssize_t got = read(wakeFd_, &count, sizeof count);
-    }
-    for (size_t i = 1; i < fds.size(); ++i) {
-        if (fds[i].revents) {
-            watches_[i - 1].onReadable();
-        }
+    std::array<epoll_event, eventsAtOnce> events;
+    const int count = epoll_pwait2(epollFd_, events.data(), static_cast<int>(events.size()),
+                                   wait ? &timeout : nullptr, nullptr);
+    for (int i = 0; i < count; ++i) {
+        const epoll_event& event = events[static_cast<size_t>(i)];
+        serve(event.data.u64, event.events);
     }
 }
 

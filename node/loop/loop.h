@@ -1,24 +1,22 @@
 // The main loop: posted tasks, timers and frame sources, one at a time on one thread.
 // The clock either jumps from one thing to do to the next, so that recorded traffic runs at
-// once and always alike, or follows the wall. post, at, now and stop: any thread.
+// once and always alike, or follows the wall. post, at, cancel, now and stop: any thread.
 #pragma once
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "node/loop/reactor.h"
 #include "node/time.h"
 
 namespace node {
-
-using Task = std::function<void()>;
 
 // Something that yields work at times of its own, in ascending order. Loop thread only.
 class Source {
@@ -30,25 +28,28 @@ public:
 
 enum class Pace { instant, recorded };
 
-class Loop {
+class Loop : public Reactor {
 public:
-    using Timer = std::pair<Time, uint64_t>;
-
     explicit Loop(Pace pace);
-    ~Loop();
+    ~Loop() override;
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
 
-    Time now() const { return Time(now_.load()); }
-    void post(Task task);             // runs before anything that is due later
-    Timer at(Time time, Task task);   // not before `time`; ties in the order of the calls
-    void cancel(const Timer& timer);  // one that has run or was cancelled is no error
-    void stop();                      // run returns after the task at hand
+    Time now() const override { return Time(now_.load()); }
+    void post(Task task);  // runs before anything that is due later
+    Timer at(Time time, Task task) override;
+    void cancel(const Timer& timer) override;
+    void stop();  // run returns after the task at hand
+
+    // Before run or on the loop.
+    void watch(int fd, Task onReadable) override;
+    void watchWritable(int fd, Task onWritable) override;
+    void unwatchWritable(int fd) override;
+    void unwatch(int fd) override;
 
     // Before run.
-    void add(Source& source);             // must outlive run; ties in the order of the calls
-    void watch(int fd, Task onReadable);  // level-triggered; the descriptor stays the caller's
-    void everySecond(Task task);          // of the wall's time, while run is busy
+    void add(Source& source);     // must outlive run; ties in the order of the calls
+    void everySecond(Task task);  // of the wall's time, while run is busy
 
     // Until stop; when `endWhenIdle`, also until nothing is left to do. At one instant posted
     // tasks come first, then timers, then sources.
@@ -58,7 +59,9 @@ private:
     struct Watch {
         int fd;
         Task onReadable;
+        Task onWritable;
     };
+    using WatchId = uint64_t;  // never used again, as a descriptor's number may be
     using WallClock = std::chrono::steady_clock;
 
     std::optional<Task> takePosted();
@@ -69,6 +72,9 @@ private:
     void advanceTo(Time time);
     bool reached(Time time);
     void pollDescriptors(std::optional<std::chrono::microseconds> wait);
+    void serve(WatchId id, uint32_t events);
+    void setEvents(int operation, WatchId id);
+    const Watch* findWatch(WatchId id) const;
     void wake();
     void tick();
 
@@ -78,6 +84,7 @@ private:
     WallClock::time_point began_;
     WallClock::time_point lastTick_;
     int wakeFd_;
+    int epollFd_;
 
     std::mutex mutex_;  // guards the three below
     std::deque<Task> posted_;
@@ -85,7 +92,9 @@ private:
     uint64_t timersMade_ = 0;
 
     std::vector<Source*> sources_;
-    std::vector<Watch> watches_;
+    std::map<WatchId, Watch> watches_;
+    std::map<int, WatchId> watched_;  // by descriptor
+    WatchId watchesMade_ = 0;
     Task everySecond_;
 };
 

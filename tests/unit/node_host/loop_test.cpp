@@ -1,9 +1,12 @@
 #include "node/loop/loop.h"
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <memory>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -121,6 +124,110 @@ TEST_F(LoopTest, BusyLoopNoticesDescriptors) {
     EXPECT_LT(rounds, 1000u);
     close(ends[0]);
     close(ends[1]);
+}
+
+class Watches : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
+    }
+    void TearDown() override {
+        loop.unwatch(ends[0]);
+        close(ends[0]);
+        close(ends[1]);
+    }
+    void makeReadable() { ASSERT_EQ(write(ends[1], "x", 1), 1); }
+
+    Loop loop{Pace::recorded};
+    int ends[2] = {-1, -1};
+};
+
+TEST_F(Watches, WritableIsToldUntilTakenBack) {
+    unsigned told = 0;
+    loop.watch(ends[0], [] { FAIL() << "nothing to read"; });
+    loop.watchWritable(ends[0], [&] {
+        if (++told == 3) {
+            loop.unwatchWritable(ends[0]);
+            loop.at(loop.now() + 5ms, [&] { loop.stop(); });
+        }
+    });
+    loop.run(false);
+    EXPECT_EQ(told, 3u);
+}
+
+TEST_F(Watches, TaskMayTakeAwayItsOwnWatch) {
+    unsigned told = 0;
+    makeReadable();
+    auto held = std::make_shared<std::string>("owned by the task");
+    loop.watch(ends[0], [&, held] {
+        ++told;
+        loop.unwatch(ends[0]);
+        EXPECT_EQ(*held, "owned by the task");
+        loop.at(loop.now() + 5ms, [&] { loop.stop(); });
+    });
+    loop.watchWritable(ends[0], [] { FAIL() << "was taken away by the reader"; });
+    loop.run(false);
+    EXPECT_EQ(told, 1u);
+}
+
+TEST_F(Watches, TaskMayTakeAwayTheOther) {
+    int others[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, others), 0);
+    makeReadable();
+    ASSERT_EQ(write(others[1], "x", 1), 1);
+    unsigned told = 0;
+    loop.watch(ends[0], [&] {
+        ++told;
+        loop.unwatch(others[0]);
+        loop.stop();
+    });
+    loop.watch(others[0], [&] {
+        ++told;
+        loop.unwatch(ends[0]);
+        loop.stop();
+    });
+    loop.run(false);
+    EXPECT_EQ(told, 1u);
+    loop.unwatch(others[0]);
+    close(others[0]);
+    close(others[1]);
+}
+
+TEST_F(Watches, DescriptorMayBeWatchedAnew) {
+    std::string seen;
+    makeReadable();
+    loop.watch(ends[0], [&] { seen += "first "; });
+    loop.watch(ends[0], [&] {
+        seen += "second ";
+        loop.unwatch(ends[0]);
+        loop.watch(ends[0], [&] {
+            seen += "third";
+            loop.stop();
+        });
+    });
+    loop.run(false);
+    EXPECT_EQ(seen, "second third");
+}
+
+TEST_F(Watches, HangUpIsToldToTheReaderAndTheWriter) {
+    bool read = false;
+    bool written = false;
+    shutdown(ends[1], SHUT_RDWR);
+    shutdown(ends[0], SHUT_RDWR);
+    loop.watch(ends[0], [&] { read = true; });
+    loop.watchWritable(ends[0], [&] {
+        written = true;
+        loop.stop();
+    });
+    loop.run(false);
+    EXPECT_TRUE(read);
+    EXPECT_TRUE(written);
+}
+
+TEST_F(Watches, DescriptorThatCannotBeWatchedIsAnError) {
+    EXPECT_THROW(loop.watch(-1, [] {}), std::system_error);
+    loop.unwatch(-1);
+    loop.unwatchWritable(-1);
 }
 
 TEST_F(LoopTest, IdleLoopWaitsForAnotherThread) {
