@@ -7,6 +7,7 @@
 
 #include "node/control/text.h"
 #include "node/ctl/failure.h"
+#include "node/text/bytes.h"
 
 namespace node::ctl {
 
@@ -55,7 +56,7 @@ std::optional<unsigned> resultIn(const grpc::ClientContext& context) {
     const auto found = trailers.find(resultKey);
     return found == trailers.end()
                ? std::nullopt
-               : control::decimal(std::string_view(found->second.data(), found->second.size()));
+               : decimalOf(std::string_view(found->second.data(), found->second.size()));
 }
 
 [[noreturn]] void fail(const Endpoint& endpoint, const grpc::Status& status,
@@ -123,7 +124,7 @@ unsigned Client::interfaceNamed(const std::string& name, bool allAllowed) {
     if (name == "all" && allAllowed) {
         return 0;
     }
-    if (const auto id = control::decimal(name)) {
+    if (const auto id = decimalOf(name)) {
         if (*id == 0) {
             throw Failure(exitUsage, "interfaces are counted from 1");
         }

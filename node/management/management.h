@@ -15,6 +15,7 @@
 #include "node/engine/engine.h"
 #include "node/log/event_log.h"
 #include "node/module/library.h"
+#include "node/profiles/profile_store.h"
 
 namespace node {
 
@@ -25,7 +26,8 @@ class Management final : private control::NodeView {
 public:
     // Listens on return. Everything given must outlive it. Throws control::ServerError with the
     // text for the operator.
-    Management(const Config& config, const Library& library, const Engine& engine, EventLog& log);
+    Management(const Config& config, const Library& library, const Engine& engine,
+               const ProfileStore& profiles, EventLog& log);
     Management(const Management&) = delete;
     Management& operator=(const Management&) = delete;
     ~Management() override;  // no call runs afterwards
@@ -40,6 +42,7 @@ private:
     control::Identity identity() const override;
     std::vector<control::InterfaceView> interfaces() const override;
     std::vector<control::ServerView> servers() const override;
+    std::vector<ProfileInfo> profiles() const override { return profiles_.list(); }
     std::string storageFile() const override;
     uint32_t anyRuleSet(unsigned ifId, bool present) override;
 
@@ -50,6 +53,7 @@ private:
     std::vector<Line> lines_;  // ascending ids
     const Library& library_;
     const Engine& engine_;
+    const ProfileStore& profiles_;
     EventLog& log_;
     const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
     const std::chrono::steady_clock::time_point up_ = std::chrono::steady_clock::now();
