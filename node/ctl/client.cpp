@@ -59,6 +59,12 @@ std::optional<unsigned> resultIn(const grpc::ClientContext& context) {
                : decimalOf(std::string_view(found->second.data(), found->second.size()));
 }
 
+// The library tells each attempt's reason behind words about its own ways.
+std::string reasonOf(const std::string& message) {
+    constexpr std::string_view lead = "failed to connect to all addresses; last error: UNKNOWN: ";
+    return message.starts_with(lead) ? message.substr(lead.size()) : message;
+}
+
 [[noreturn]] void fail(const Endpoint& endpoint, const grpc::Status& status,
                        const grpc::ClientContext& context) {
     const std::string message = control::escaped(status.error_message());
@@ -68,7 +74,8 @@ std::optional<unsigned> resultIn(const grpc::ClientContext& context) {
         case grpc::StatusCode::FAILED_PRECONDITION:
             throw Failure(exitRefused, message, resultIn(context));
         case grpc::StatusCode::UNAVAILABLE:
-            throw Failure(exitUnreachable, "no node at " + endpoint.server + ": " + message);
+            throw Failure(exitUnreachable,
+                          "no node at " + endpoint.server + ": " + reasonOf(message));
         case grpc::StatusCode::DEADLINE_EXCEEDED:
             throw Failure(exitUnreachable, "the node at " + endpoint.server +
                                                " did not answer within " +
