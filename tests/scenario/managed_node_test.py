@@ -201,15 +201,15 @@ class ManagedNode(Managed):
             (self.directory / name).mkdir()
             subprocess.run(["bash", "-euc", commands], cwd=self.directory / name, check=True,
                            capture_output=True, timeout=PATIENCE)
-        address = f"127.0.0.1:{free_port()}"
-        self.start(f'[control]\nsocket = "control.sock"\nlisten = "{address}"\n'
+        port = free_port()
+        self.start(f'[control]\nsocket = "control.sock"\nlisten = "127.0.0.1:{port}"\n'
                    'certificate = "ours/node.crt"\nkey = "ours/node.key"\n'
                    'client-ca = "ours/ca.crt"\n')
 
         def over_tls(directory, ca, command=("admin", "on")):
             keys = self.directory / directory
             return subprocess.run(
-                [TALCTL, "--server", address, "--timeout", "5", "--ca", self.directory / ca / "ca.crt",
+                [TALCTL, "--server", f"localhost:{port}", "--timeout", "5", "--ca", self.directory / ca / "ca.crt",
                  "--cert", keys / "operator.crt", "--key", keys / "operator.key", *command],
                 capture_output=True, text=True, timeout=60, check=False)
 
