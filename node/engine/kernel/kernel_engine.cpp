@@ -139,6 +139,11 @@ bool KernelEngine::load(std::span<const unsigned> interfaces, std::string& error
             return false;
         }
     }
+    // The program does not use this map, but the next process looks for it in the program.
+    if (bpf_prog_bind_map(program(), maps_.fd(GateMaps::meta), nullptr) != 0) {
+        error = std::string("layout not tied to the program: ") + std::strerror(errno);
+        return false;
+    }
     void* memory =
         mmap(nullptr, linesBytes, PROT_READ | PROT_WRITE, MAP_SHARED, maps_.fd(GateMaps::lines), 0);
     if (memory == MAP_FAILED) {
