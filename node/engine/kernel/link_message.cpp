@@ -21,6 +21,10 @@ using Bytes = std::span<const uint8_t>;
 
 constexpr size_t alignment = 4;
 
+// Switched on, operational, and the link there right now: the kernel moves the second of them
+// up to a second after the third.
+constexpr unsigned upFlags = IFF_UP | IFF_RUNNING | IFF_LOWER_UP;
+
 template <typename Record>
 std::optional<Record> head(Bytes bytes) {
     if (bytes.size() < sizeof(Record)) {
@@ -55,7 +59,7 @@ std::optional<LinkMessage> decodeLink(uint16_t type, Bytes body) {
     LinkMessage message;
     message.kind = type == RTM_DELLINK ? LinkMessage::Kind::gone : LinkMessage::Kind::present;
     message.ifIndex = static_cast<unsigned>(info->ifi_index);
-    message.up = (info->ifi_flags & IFF_UP) != 0 && (info->ifi_flags & IFF_RUNNING) != 0;
+    message.up = (info->ifi_flags & upFlags) == upFlags;
     Bytes attributes = behind(body, sizeof *info);
     while (const auto attribute = nextAttribute(attributes)) {
         const auto& [kind, data] = *attribute;
