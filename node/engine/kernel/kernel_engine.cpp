@@ -15,6 +15,7 @@
 
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
+#include <fcntl.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -43,21 +44,8 @@ void storeWord(Word& word, Word value) {
     std::atomic_ref<Word>(word).store(value);
 }
 
-bpf_map* mapOf(gate_programs& programs, GateMaps::Map map) {
-    switch (map) {
-        case GateMaps::meta:
-            return programs.maps.talMeta;
-        case GateMaps::slots:
-            return programs.maps.talSlots;
-        case GateMaps::lines:
-            return programs.maps.talLines;
-        case GateMaps::rules:
-            return programs.maps.talRules;
-        case GateMaps::counters:
-            return programs.maps.talCounters;
-        default:
-            return programs.maps.talEvents;
-    }
+bpf_map* mapOf(bpf_object* object, GateMaps::Map map) {
+    return bpf_object__find_map_by_name(object, std::string(GateMaps::name(map)).c_str());
 }
 
 }  // namespace
@@ -70,7 +58,7 @@ KernelEngine::~KernelEngine() {
     if (lines_ != nullptr) {
         munmap(lines_, linesBytes);
     }
-    gate_programs__destroy(programs_);
+    bpf_object__close(object_);
 }
 
 std::unique_ptr<KernelEngine> KernelEngine::start(std::span<const unsigned> interfaces,
@@ -107,38 +95,53 @@ void KernelEngine::findMaps(std::span<const unsigned> interfaces) {
 }
 
 bool KernelEngine::load(std::span<const unsigned> interfaces, std::string& error) {
-    const LibbpfText quiet;
     findMaps(interfaces);
-    const bool reuse = maps_.complete();
-    programs_ = gate_programs__open();
-    if (programs_ == nullptr) {
+    const bool found = maps_.complete();
+    if (!loadPrograms(found, error) || (!found && !takeNewMaps(error)) || !shareLines(error)) {
+        return false;
+    }
+    return found || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
+}
+
+bool KernelEngine::loadPrograms(bool reuseMaps, std::string& error) {
+    const LibbpfText quiet;
+    size_t size = 0;
+    const void* elf = gate_programs__elf_bytes(&size);
+    object_ = bpf_object__open_mem(elf, size, nullptr);
+    if (object_ == nullptr) {
         error = "the kernel's programs: " + libbpfError(-errno);
         return false;
     }
-    for (size_t kind = 0; reuse && kind < GateMaps::mapCount; ++kind) {
+    for (size_t kind = 0; reuseMaps && kind < GateMaps::mapCount; ++kind) {
         const auto map = static_cast<GateMaps::Map>(kind);
-        if (const int result = bpf_map__reuse_fd(mapOf(*programs_, map), maps_.fd(map))) {
+        if (const int result = bpf_map__reuse_fd(mapOf(object_, map), maps_.fd(map))) {
             error = "maps of the earlier process: " + libbpfError(result);
             return false;
         }
     }
-    if (const int result = gate_programs__load(programs_)) {
+    if (const int result = bpf_object__load(object_)) {
         error = "programs refused by the kernel: " + libbpfError(result);
         return false;
     }
-    if (!reuse) {
-        for (size_t kind = 0; kind < GateMaps::mapCount; ++kind) {
-            const auto map = static_cast<GateMaps::Map>(kind);
-            maps_.take(map, Fd(dup(bpf_map__fd(mapOf(*programs_, map)))));
-        }
-        const uint32_t key = 0;
-        const KernelMeta meta{KERNEL_MAGIC, KERNEL_LAYOUT};
-        if (!maps_.complete() ||
-            bpf_map_update_elem(maps_.fd(GateMaps::meta), &key, &meta, BPF_ANY) != 0) {
-            error = std::string("maps: ") + std::strerror(errno);
-            return false;
-        }
+    return true;
+}
+
+bool KernelEngine::takeNewMaps(std::string& error) {
+    for (size_t kind = 0; kind < GateMaps::mapCount; ++kind) {
+        const auto map = static_cast<GateMaps::Map>(kind);
+        maps_.take(map, Fd(fcntl(bpf_map__fd(mapOf(object_, map)), F_DUPFD_CLOEXEC, 0)));
     }
+    const uint32_t key = 0;
+    const KernelMeta meta{KERNEL_MAGIC, KERNEL_LAYOUT};
+    if (!maps_.complete() ||
+        bpf_map_update_elem(maps_.fd(GateMaps::meta), &key, &meta, BPF_ANY) != 0) {
+        error = std::string("maps: ") + std::strerror(errno);
+        return false;
+    }
+    return true;
+}
+
+bool KernelEngine::shareLines(std::string& error) {
     // The program does not use this map, but the next process looks for it in the program.
     if (bpf_prog_bind_map(program(), maps_.fd(GateMaps::meta), nullptr) != 0) {
         error = std::string("layout not tied to the program: ") + std::strerror(errno);
@@ -151,7 +154,7 @@ bool KernelEngine::load(std::span<const unsigned> interfaces, std::string& error
         return false;
     }
     lines_ = static_cast<KernelLineRecord*>(memory);
-    return reuse || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
+    return true;
 }
 
 bool KernelEngine::openEvents(std::string& error) {
@@ -235,10 +238,8 @@ std::optional<KernelEngine::Found> KernelEngine::attach(const Line& line, std::s
     KernelGate gate = KERNEL_GATE_BLOCKED;
     const auto found = lookAt(line, gate, error);
     if (!found || !enter(line, gate, *found, error) ||
-        !attachProgram(line.ifIndex, Direction::fromSubscriber,
-                       bpf_program__fd(programs_->progs.talIngress), error) ||
-        !attachProgram(line.ifIndex, Direction::toSubscriber,
-                       bpf_program__fd(programs_->progs.talEgress), error)) {
+        !attachProgram(line.ifIndex, Direction::fromSubscriber, programFd("talIngress"), error) ||
+        !attachProgram(line.ifIndex, Direction::toSubscriber, programFd("talEgress"), error)) {
         return std::nullopt;
     }
     attached_[line.ifId] = true;
@@ -334,7 +335,7 @@ bool KernelEngine::reinject(unsigned ifId, std::span<const uint8_t> frame, std::
     opts.repeat = 1;
     opts.flags = BPF_F_TEST_XDP_LIVE_FRAMES;
     opts.batch_size = 1;
-    const int result = bpf_prog_test_run_opts(bpf_program__fd(programs_->progs.talPass), &opts);
+    const int result = bpf_prog_test_run_opts(programFd("talPass"), &opts);
     if (result != 0) {
         error = "frame of " + std::to_string(frame.size()) +
                 " bytes not let in again: " + std::strerror(-result);
@@ -406,8 +407,12 @@ int KernelEngine::fd() const {
     return ring_buffer__epoll_fd(events_);
 }
 
+int KernelEngine::programFd(const char* name) const {
+    return bpf_program__fd(bpf_object__find_program_by_name(object_, name));
+}
+
 int KernelEngine::program() const {
-    return bpf_program__fd(programs_->progs.talIngress);
+    return programFd("talIngress");
 }
 
 int KernelEngine::collect(void* self, void* data, size_t size) {

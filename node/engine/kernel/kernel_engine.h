@@ -18,8 +18,8 @@
 #include "node/engine/kernel/layout.h"
 #include "platform/ittal.h"
 
-struct gate_programs;  // the loaded programs; generated
-struct ring_buffer;    // of libbpf
+struct bpf_object;  // of libbpf, as is the next
+struct ring_buffer;
 
 namespace node {
 
@@ -109,7 +109,11 @@ private:
     KernelEngine(Options options, Trapped trapped);
     bool load(std::span<const unsigned> interfaces, std::string& error);
     void findMaps(std::span<const unsigned> interfaces);
+    bool loadPrograms(bool reuseMaps, std::string& error);
+    bool takeNewMaps(std::string& error);
+    bool shareLines(std::string& error);
     bool openEvents(std::string& error);
+    int programFd(const char* name) const;
     bool known(unsigned ifId) const;
     KernelLineRecord& record(unsigned ifId) const { return lines_[ifId]; }
     std::optional<Found> lookAt(const Line& line, KernelGate& gate, std::string& error) const;
@@ -121,7 +125,7 @@ private:
     const Trapped trapped_;
     GateMaps maps_;
     std::optional<GateMaps> older_;  // pinned, of another layout
-    gate_programs* programs_ = nullptr;
+    bpf_object* object_ = nullptr;   // the loaded programs
     ring_buffer* events_ = nullptr;
     KernelLineRecord* lines_ = nullptr;                       // the kernel's own memory
     std::array<std::atomic<bool>, KERNEL_LINES> attached_{};  // by this process

@@ -10,12 +10,12 @@
 namespace node {
 namespace {
 
-thread_local bool keeping = false;
+thread_local unsigned keepers = 0;
 thread_local std::string lastWarning;
 
 // The text's form comes from the library, hence no format attribute to check against.
 int keep(libbpf_print_level level, const char* format, va_list arguments) {
-    if (level != LIBBPF_WARN || !keeping) {
+    if (level != LIBBPF_WARN || keepers == 0) {
         return 0;
     }
     char text[512];
@@ -32,12 +32,12 @@ int keep(libbpf_print_level level, const char* format, va_list arguments) {
 LibbpfText::LibbpfText() {
     static std::once_flag once;
     std::call_once(once, [] { libbpf_set_print(keep); });
-    keeping = true;
+    ++keepers;
     lastWarning.clear();
 }
 
 LibbpfText::~LibbpfText() {
-    keeping = false;
+    --keepers;
 }
 
 std::string libbpfError(int result) {
