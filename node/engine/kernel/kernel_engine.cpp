@@ -28,9 +28,31 @@
 #include "node/engine/kernel/kernel_rules.h"
 #include "node/engine/kernel/libbpf_text.h"
 #include "node/engine/kernel/tc_hook.h"
+#include "node/engine/port.h"
 
 namespace node {
 namespace {
+
+// The program's numbers are the engine's.
+constexpr bool is(KernelCounter mine, Counter counter) {
+    return static_cast<size_t>(mine) == static_cast<size_t>(counter);
+}
+static_assert(is(KERNEL_FRAMES_SEEN, Counter::framesSeen));
+static_assert(is(KERNEL_FRAMES_MATCHED, Counter::framesMatched));
+static_assert(is(KERNEL_QUEUE_OVERFLOWS, Counter::queueOverflows));
+static_assert(is(KERNEL_DROPPED_BLOCKED, Counter::droppedBlocked));
+static_assert(is(KERNEL_DROPPED_PENDING, Counter::droppedPending));
+static_assert(is(KERNEL_DROPPED_REJECTED, Counter::droppedRejected));
+static_assert(is(KERNEL_FORWARDED, Counter::forwarded));
+static_assert(static_cast<size_t>(KERNEL_TRAPPED) == counterCount);
+
+constexpr bool is(Gate gate, PortState state) {
+    return static_cast<size_t>(gate) == static_cast<size_t>(state);
+}
+static_assert(is(Gate::blocked, PortState::blocked));
+static_assert(is(Gate::pending, PortState::pending));
+static_assert(is(Gate::open, PortState::open));
+static_assert(is(Gate::rejected, PortState::rejected));
 
 constexpr size_t linesBytes = KERNEL_LINES * sizeof(KernelLineRecord);
 

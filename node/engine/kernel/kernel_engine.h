@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "node/engine/counters.h"
 #include "node/engine/kernel/gate_maps.h"
 #include "node/engine/kernel/layout.h"
 #include "platform/ittal.h"
@@ -56,7 +57,7 @@ public:
     struct Totals {
         // The thirteen in the engine's order. Only frames the program decided about are in
         // them: add what the line's port counted of the frames that were handed up.
-        std::array<uint32_t, 13> counters{};
+        std::array<uint32_t, counterCount> counters{};
         uint32_t trapped = 0;         // handed up
         uint32_t trapsLost = 0;       // not handed up for want of room, and counted as dropped
         uint32_t droppedOutward = 0;  // towards the subscriber
