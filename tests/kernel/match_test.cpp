@@ -5,7 +5,7 @@
 #include <random>
 #include <thread>
 
-#include "node/engine/kernel/kernel_rules.h"
+#include "node/engine/match_rules.h"
 #include "tests/kernel/kernel_matcher.h"
 #include "tests/unit/node/condition_builder.h"
 #include "tests/unit/node/frame_builder.h"
@@ -44,6 +44,8 @@ std::vector<Buffer> optionFields() {
         join({discover, option(61, {}), option(61, {0}), end}),
         join({discover, option(82, {2, 9, 1}), option(60, text), end}),
         join({discover, option(82, {2}), option(60, text), end}),
+        join({discover, option(82, join({{2, 7}, text})), end}),  // one byte more than there is
+        join({discover, option(82, join({{2, 6}, text})), end}),
         join({discover, option(82, {}), option(82, option(2, text)), end}),
         join({discover, option(82, join({option(0, {2, 2}), option(255, {3}), option(2, text)}))}),
         join({discover, option(82, join({option(2, {}), option(2, text), option(2, {1})})), end}),
@@ -273,17 +275,25 @@ TEST_F(KernelMatchTest, RulesAreReplacedAsAWhole) {
 
 TEST_F(KernelMatchTest, AFrameNeverSeesAMixtureOfRules) {
     KernelMatcher kernel;
-    // Each of these misses the frame in one word; a mixture of their words could hit it.
-    const Buffer frame = ether(0x88b5, Buffer(114, 1));
-    ittalCondition first = userPattern(), second = userPattern();
-    first.u.user.mask[4] = second.u.user.mask[4] = 0xffffffff;
-    first.u.user.mask[31] = second.u.user.mask[31] = 0xffffffff;
-    first.u.user.sequence[4] = second.u.user.sequence[31] = 0x01010101;
+    // Each of these misses the frame in one word; a mixture of their words could hit it. The
+    // walk over the options lies between choosing the rules and reading them.
+    const Buffer frame = dhcpFrame(join({discover, Buffer(2000, 0)}));
+    ittalCondition pattern = userPattern();
+    pattern.u.user.mask[4] = pattern.u.user.mask[31] = 0xffffffff;
+    std::vector<ittalCondition> first(KERNEL_RULES, pattern), second(KERNEL_RULES, pattern);
+    for (size_t i = 0; i < KERNEL_RULES; ++i) {
+        for (const size_t word : {4U, 31U}) {
+            const uint32_t value = matchBe32(&frame[4 * word]);
+            first[i].u.user.sequence[word] = word == 4 ? value : ~value;
+            second[i].u.user.sequence[word] = word == 4 ? ~value : value;
+        }
+    }
     std::atomic<bool> stop{false};
     std::thread writer([&] {
         while (!stop) {
-            EXPECT_TRUE(kernel.setRules(std::span(&first, 1)));
-            EXPECT_TRUE(kernel.setRules(std::span(&second, 1)));
+            EXPECT_TRUE(kernel.setRules(first));
+            EXPECT_TRUE(kernel.setRules(second));
+            EXPECT_TRUE(kernel.setRules({}));  // three, so that each place holds each in turn
         }
     });
     for (int i = 0; i < 50000 && !HasFailure(); ++i) {
