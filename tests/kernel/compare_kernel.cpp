@@ -13,7 +13,7 @@ using namespace node_test;
 namespace {
 
 constexpr int skipped = 77;
-constexpr size_t minRuns = 10000;
+constexpr size_t minRuns = 4000;  // of each kind; half of the frames of type 0 are cut too short
 constexpr size_t maxPrinted = 10;
 
 class File {

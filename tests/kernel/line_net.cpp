@@ -120,8 +120,15 @@ LineNet::LineNet(unsigned lines, unsigned mtu) {
                  subscriber(line) + " up\n";
     }
     run("printf '" + batch + "' | ip -batch -");
-    EXPECT_TRUE(
-        eventually([&] { return std::system("ip -o link show br0 | grep -q LOWER_UP") == 0; }));
+    awaitForwarding(lines);
+}
+
+void LineNet::awaitForwarding(unsigned lines) {
+    // In this order: a port forwards for a moment before the kernel has looked at its link.
+    const std::string ports = " -eq " + std::to_string(lines + 1);  // and the uplink
+    const std::string command = "test $(ip -o link show master br0 | grep -c 'state UP')" + ports +
+                                " && test $(bridge -o link | grep -c 'state forwarding')" + ports;
+    EXPECT_TRUE(eventually([&] { return std::system(command.c_str()) == 0; }));
 }
 
 unsigned LineNet::index(const std::string& interface) {

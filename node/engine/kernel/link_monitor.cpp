@@ -1,8 +1,9 @@
 // One socket: it is a member of the group for changes before the list of what is there is asked
 // for, so nothing falls between. When the kernel had to drop changes (ENOBUFS), or says that the
 // list changed while it was made, the list is asked for again, and what is no longer on it is
-// gone. An interface is followed by name; the index decides which messages belong together, so
-// a renamed interface is gone under one name and there under the other.
+// gone. It is asked for only when nothing is left to read: until then the kernel drops changes
+// without saying so again. An interface is followed by name; the index decides which messages
+// belong together, so a renamed interface is gone under one name and there under the other.
 //
 // A link that is lost and back between two reads leaves only one message "up", but its count of
 // losses has moved: that is reported as `down` and `up`.
@@ -75,47 +76,44 @@ bool LinkMonitor::read(std::string& error) {
     std::vector<uint8_t> buffer(datagramBytes);
     while (true) {
         const ssize_t size = recv(socket_.get(), buffer.data(), buffer.size(), 0);
-        if (size < 0 && errno == EINTR) {
-            continue;
-        }
-        if (size < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-            return true;
-        }
-        if (size < 0 && errno == ENOBUFS) {
-            if (listing_) {
-                listAgain_ = true;
-            } else if (!askForList(error)) {
+        const int failure = size < 0 ? errno : 0;
+        if (failure == EAGAIN || failure == EWOULDBLOCK) {
+            if (listing_ || !listAgain_) {
+                return true;
+            }
+            if (!askForList(error)) {
                 return false;
             }
-            continue;
-        }
-        if (size <= 0) {
-            error = std::string("link events: ") + std::strerror(errno);
+        } else if (failure == ENOBUFS) {
+            listAgain_ = true;
+        } else if (failure != 0 && failure != EINTR) {
+            error = std::string("link events: ") + std::strerror(failure);
             return false;
-        }
-        for (const LinkMessage& message :
-             decodeLinkMessages(std::span(buffer).first(static_cast<size_t>(size)))) {
-            if (message.kind == LinkMessage::Kind::error) {
-                error = std::string("list of interfaces: ") + std::strerror(message.error);
-                return false;
-            }
-            listAgain_ = listAgain_ || message.listChanged;
-            take(message);
-        }
-        if (!listing_ && listAgain_ && !askForList(error)) {
+        } else if (size > 0 && !take(std::span(buffer).first(static_cast<size_t>(size)), error)) {
             return false;
         }
     }
 }
 
-void LinkMonitor::take(const LinkMessage& message) {
-    if (message.kind == LinkMessage::Kind::endOfList) {
-        finishList();
-    } else if (message.kind == LinkMessage::Kind::gone) {
-        gone(message.ifIndex);
-    } else {
-        present(message);
+bool LinkMonitor::take(std::span<const uint8_t> datagram, std::string& error) {
+    for (const LinkMessage& message : decodeLinkMessages(datagram)) {
+        listAgain_ = listAgain_ || message.listChanged;
+        switch (message.kind) {
+            case LinkMessage::Kind::present:
+                present(message);
+                break;
+            case LinkMessage::Kind::gone:
+                gone(message.ifIndex);
+                break;
+            case LinkMessage::Kind::endOfList:
+                finishList();
+                break;
+            case LinkMessage::Kind::error:
+                error = std::string("list of interfaces: ") + std::strerror(message.error);
+                return false;
+        }
     }
+    return true;
 }
 
 void LinkMonitor::present(const LinkMessage& message) {

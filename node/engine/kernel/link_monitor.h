@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "node/engine/kernel/fd.h"
@@ -49,7 +50,7 @@ public:
 private:
     explicit LinkMonitor(Changed changed) : changed_(std::move(changed)) {}
     bool askForList(std::string& error);
-    void take(const LinkMessage& message);
+    bool take(std::span<const uint8_t> datagram, std::string& error);
     void present(const LinkMessage& message);
     void gone(unsigned ifIndex);
     void finishList();
