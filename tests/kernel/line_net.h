@@ -50,8 +50,8 @@ public:
     // Enters a new namespace, for good: every case runs in a process of its own.
     explicit LineNet(unsigned lines, unsigned mtu = 1500);
 
-    // The kernel lets a bridge's port forward some time after its link came up.
-    static void awaitForwarding(unsigned lines);
+    // The kernel lets frames through some time after a link came up. Before a gate is attached.
+    static void awaitForwarding(unsigned line);
 
     static std::string access(unsigned line) { return "dsl" + std::to_string(line); }
     static std::string subscriber(unsigned line) { return "sub" + std::to_string(line); }

@@ -247,7 +247,7 @@ TEST_F(KernelRestartTest, AnInterfaceBackUnderANewIndexIsBlocked) {
     run("ip link del dsl1 && ip link add dsl1 type veth peer name sub1 && "
         "ip link set dsl1 master br0 up && ip link set sub1 up");
     ASSERT_NE(LineNet::index("dsl1"), before);
-    LineNet::awaitForwarding(2);
+    LineNet::awaitForwarding(1);
     EXPECT_EQ(engine.attach(1), Found::nothing);
     EXPECT_EQ(engine->gate(1), Gate::blocked);
     EXPECT_TRUE(engine->strays().empty());
