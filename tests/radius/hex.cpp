@@ -1,12 +1,17 @@
 #include "tests/radius/hex.h"
 
+#include <openssl/evp.h>
+
 #include <algorithm>
 #include <stdexcept>
 
 namespace radius_test {
 
+using node::radius::Authenticator;
 using node::radius::Buffer;
 using node::radius::Bytes;
+using node::radius::Code;
+using node::radius::PacketView;
 
 namespace {
 
@@ -16,6 +21,18 @@ uint8_t digit(char c) {
         throw std::invalid_argument("no hex digit");
     }
     return static_cast<uint8_t>(value);
+}
+
+Buffer withAuthenticator(Buffer answer, const PacketView& request, std::string_view secret) {
+    const Authenticator asked = request.authenticator();
+    std::copy(asked.begin(), asked.end(), answer.begin() + node::radius::authenticatorOffset);
+    Buffer hashed = answer;
+    hashed.insert(hashed.end(), secret.begin(), secret.end());
+    if (EVP_Digest(hashed.data(), hashed.size(), answer.data() + node::radius::authenticatorOffset,
+                   nullptr, EVP_md5(), nullptr) != 1) {
+        throw std::runtime_error("no MD5");
+    }
+    return answer;
 }
 
 }  // namespace
@@ -57,6 +74,19 @@ Buffer rawPacket(uint8_t code, uint8_t id, std::string_view attributesInHex) {
     packet[3] = static_cast<uint8_t>(length);
     std::copy(attributes.begin(), attributes.end(), packet.begin() + node::radius::headerSize);
     return packet;
+}
+
+Buffer answerWithoutMessageAuthenticator(Code code, const PacketView& request,
+                                         std::string_view secret) {
+    return withAuthenticator(rawPacket(static_cast<uint8_t>(code), request.id(), "0b03 61"),
+                             request, secret);
+}
+
+Buffer answerWithMessageAuthenticator(Code code, const PacketView& request, std::string_view secret,
+                                      const Authenticator& value) {
+    return withAuthenticator(
+        rawPacket(static_cast<uint8_t>(code), request.id(), "5012" + toHex(value)), request,
+        secret);
 }
 
 }  // namespace radius_test

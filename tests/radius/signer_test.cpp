@@ -61,8 +61,8 @@ INSTANTIATE_TEST_SUITE_P(Codes, SignedRequests,
                          ::testing::Values(Code::accessRequest, Code::statusServer,
                                            Code::accountingRequest, Code::coaRequest,
                                            Code::disconnectRequest),
-                         [](const auto& info) {
-                             return "Code" + std::to_string(static_cast<int>(info.param));
+                         [](const auto& tested) {
+                             return "Code" + std::to_string(static_cast<int>(tested.param));
                          });
 
 TEST(Signer, AnswerIsRefusedWithAnyBitChanged) {
