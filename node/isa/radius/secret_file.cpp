@@ -103,7 +103,7 @@ Secrets parseSecrets(std::string_view text, const std::string& path) {
     return secrets;
 }
 
-Secrets readSecretFile(const std::string& path) {
+Secret readGuardedFile(const std::string& path) {
     // Not blocking, so that a pipe in the file's place cannot stop the node.
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (file.get() < 0) {
@@ -128,7 +128,12 @@ Secrets readSecretFile(const std::string& path) {
     if (size > static_cast<size_t>(longestFile)) {
         throw SecretFileError(path + ": is longer than 64 KiB");
     }
-    return parseSecrets({text.data(), size}, path);
+    return Secret({text.data(), size});
+}
+
+Secrets readSecretFile(const std::string& path) {
+    const Secret text = readGuardedFile(path);
+    return parseSecrets(text.reveal(), path);
 }
 
 }  // namespace node::radius

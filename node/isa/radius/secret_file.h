@@ -26,4 +26,7 @@ Secrets parseSecrets(std::string_view text, const std::string& path);
 // rights to group and others. Throws SecretFileError.
 Secrets readSecretFile(const std::string& path);
 
+// The whole contents of a file guarded in the same way, such as a private key.
+Secret readGuardedFile(const std::string& path);
+
 }  // namespace node::radius

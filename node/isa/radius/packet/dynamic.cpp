@@ -31,7 +31,8 @@ constexpr std::pair<AttributeName, Field<uint32_t>> numbers[] = {
 
 // Known besides those of the two tables.
 constexpr AttributeName harmless[] = {attribute::nasIdentifier, attribute::messageAuthenticator,
-                                      attribute::eventTimestamp, attribute::state};
+                                      attribute::eventTimestamp, attribute::state,
+                                      attribute::proxyState};
 constexpr AttributeName changing[] = {attribute::sessionTimeout, attribute::filterId,
                                       attribute::classOfLogin};
 

@@ -63,6 +63,7 @@ constexpr AttributeName vendorSpecific{0, 26};
 constexpr AttributeName sessionTimeout{0, 27};
 constexpr AttributeName callingStationId{0, 31};
 constexpr AttributeName nasIdentifier{0, 32};
+constexpr AttributeName proxyState{0, 33};
 constexpr AttributeName acctStatusType{0, 40};
 constexpr AttributeName acctInputOctets{0, 42};
 constexpr AttributeName acctOutputOctets{0, 43};
