@@ -17,6 +17,7 @@ public:
     bool reliable() const override { return reliable_; }
 
     Events events_;
+    bool broken_ = false;
 
 private:
     ScriptedServer& server_;
@@ -72,7 +73,7 @@ void ScriptedServer::answer(const Sent& request, Code code, const Buffer& attrib
 }
 
 void ScriptedServer::deliver(size_t channel, const Buffer& datagram) {
-    if (channels_[channel]) {
+    if (channels_[channel] && !channels_[channel]->broken_) {
         channels_[channel]->events_.received(datagram);
     }
 }
@@ -84,7 +85,8 @@ void ScriptedServer::acceptAll() {
 }
 
 void ScriptedServer::breakChannel(size_t channel) {
-    if (channels_[channel]) {
+    if (channels_[channel] && !channels_[channel]->broken_) {
+        channels_[channel]->broken_ = true;
         channels_[channel]->events_.broken();
     }
 }

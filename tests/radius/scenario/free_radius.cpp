@@ -204,6 +204,33 @@ int runForResult(const std::vector<std::string>& arguments, const std::string& o
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+void makeCertificates(const std::string& directory) {
+    const auto file = [&directory](const std::string& name) { return directory + "/" + name; };
+    const std::string log = file("openssl.log");
+    const auto authority = [&](const std::string& name) {
+        run({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
+             "-nodes", "-days", "30", "-subj", "/CN=" + name, "-keyout", file(name + ".key"),
+             "-out", file(name + ".pem")},
+            log);
+    };
+    const auto certificate = [&](const std::string& name, const std::string& by) {
+        write(file(name + ".ext"), "subjectAltName=IP:127.0.0.1,DNS:" + name + ".test\n");
+        run({"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+             "-subj", "/CN=" + name, "-keyout", file(name + ".key"), "-out", file(name + ".csr")},
+            log);
+        run({"openssl", "x509", "-req", "-in", file(name + ".csr"), "-CA", file(by + ".pem"),
+             "-CAkey", file(by + ".key"), "-CAcreateserial", "-days", "30", "-extfile",
+             file(name + ".ext"), "-out", file(name + ".pem")},
+            log);
+        chmod(file(name + ".key").c_str(), 0600);
+    };
+    authority("ca");
+    authority("otherca");
+    certificate("server", "ca");
+    certificate("client", "ca");
+    certificate("other", "otherca");
+}
+
 bool FreeRadius::installed() {
     return access(program, X_OK) == 0;
 }
@@ -237,7 +264,7 @@ void FreeRadius::writeFiles(const Options& options) {
     write(directory_ + "/users", known.str() + "DEFAULT\tAuth-Type := Reject\n");
     std::string text = configuration;
     if (options.tls) {
-        makeCertificates();
+        makeCertificates(directory_);
         text = tlsClients + text;
     }
     text = replaced(text, "TLS\n", options.tls ? std::string(tlsSection) : "");
@@ -249,32 +276,6 @@ void FreeRadius::writeFiles(const Options& options) {
         text = replaced(text, "PORT" + std::to_string(i), std::to_string(port_ + i));
     }
     write(directory_ + "/radiusd.conf", text);
-}
-
-void FreeRadius::makeCertificates() {
-    const std::string log = file("openssl.log");
-    const auto authority = [&](const std::string& name) {
-        run({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
-             "-nodes", "-days", "30", "-subj", "/CN=" + name, "-keyout", file(name + ".key"),
-             "-out", file(name + ".pem")},
-            log);
-    };
-    const auto certificate = [&](const std::string& name, const std::string& by) {
-        write(file(name + ".ext"), "subjectAltName=IP:127.0.0.1,DNS:" + name + ".test\n");
-        run({"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-             "-subj", "/CN=" + name, "-keyout", file(name + ".key"), "-out", file(name + ".csr")},
-            log);
-        run({"openssl", "x509", "-req", "-in", file(name + ".csr"), "-CA", file(by + ".pem"),
-             "-CAkey", file(by + ".key"), "-CAcreateserial", "-days", "30", "-extfile",
-             file(name + ".ext"), "-out", file(name + ".pem")},
-            log);
-        chmod(file(name + ".key").c_str(), 0600);
-    };
-    authority("ca");
-    authority("otherca");
-    certificate("server", "ca");
-    certificate("client", "ca");
-    certificate("other", "otherca");
 }
 
 void FreeRadius::start() {

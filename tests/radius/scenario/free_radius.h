@@ -42,18 +42,20 @@ public:
     // Lines "NAME STATUS SESSION" of accounting taken, one per record.
     std::vector<std::string> accounted() const;
 
-    // Certificates for TLS, in the directory: ca.pem, server.pem, client.pem, and other.pem of an
-    // unknown authority; keys beside them as *.key.
+    // With TLS also what makeCertificates makes.
     std::string file(const std::string& name) const { return directory_ + "/" + name; }
 
 private:
     void writeFiles(const Options& options);
-    void makeCertificates();
 
     std::string directory_;
     uint16_t port_;
     pid_t pid_ = -1;
 };
+
+// Into the directory: ca.pem, which signed server.pem and client.pem, and otherca.pem, which signed
+// other.pem; their keys beside them as *.key. They hold for 127.0.0.1 and NAME.test.
+void makeCertificates(const std::string& directory);
 
 // Runs a program to its end; throws unless it ends with 0.
 void run(const std::vector<std::string>& arguments, const std::string& outputFile);

@@ -2,7 +2,7 @@
 // both, so errors are only counted. An error that an earlier packet earned is reported by the
 // next call, which then does nothing; sending is therefore tried twice. What an unreachable
 // server's router says is not proven and changes no server's state.
-// Tested by tests/radius/udp_channel_test.cpp.
+// Tested by tests/radius/scenario/udp_channel_test.cpp.
 #include "node/isa/radius/client/udp_channel.h"
 
 #include <sys/socket.h>
