@@ -4,7 +4,8 @@
 // server has closed raises no SIGPIPE. Packets given before the connection stands wait inside.
 // Whatever goes wrong breaks the channel; the server's rules decide what follows. A break that
 // shows while sending is told from a timer, since send must not call back.
-// Tested by tests/radius/scenario/tls_channel_test.cpp, and against FreeRADIUS by the scenario tests.
+// Tested by tests/radius/scenario/tls_channel_test.cpp, and against FreeRADIUS by the scenario
+// tests.
 #include "node/isa/radius/client/tls_channel.h"
 
 #include <netinet/tcp.h>
