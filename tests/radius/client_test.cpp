@@ -252,6 +252,30 @@ TEST_F(RadiusClient, LoginsAfterAnOutageGoOutAtThePace) {
     }
 }
 
+TEST_F(RadiusClient, FreshLoginsThatWaitedThroughAnOutageGoBeforeReplays) {
+    start(
+        [](ClientSettings& settings) {
+            settings.servers[0].window = 1;
+            settings.pacedRate = 1;
+            settings.pacedBurst = 1;
+            settings.patience = Time(0);
+        },
+        1);
+    login("under way");
+    login("replay", true);
+    login("fresh");
+    reactor_.advance(8 * second);
+    ASSERT_EQ(ServerState::dead, status(0).state);
+    answersAtOnce(first_);
+    const size_t before = first_.requests.size();
+    reactor_.advance(20 * second);
+    std::string order;
+    for (size_t i = before; i < first_.requests.size(); ++i) {
+        order += textOf(*first_.requests[i].view().first(attribute::userName)) + ", ";
+    }
+    EXPECT_EQ("under way, fresh, replay, ", order);
+}
+
 TEST_F(RadiusClient, PaceOfZeroIsNone) {
     start([](ClientSettings& settings) { settings.pacedRate = 0; });
     for (int i = 0; i < 200; ++i) {

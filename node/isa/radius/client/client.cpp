@@ -159,7 +159,7 @@ void Client::undelivered(size_t server, Ticket ticket) {
     Pending& pending = pending_.at(ticket);
     pending.tried |= uint32_t{1} << server;
     ++counters_.handovers;
-    enqueue(pending, ticket, anyAlive() ? fresh_ : paced_, true);
+    enqueue(pending, ticket, fresh_, true);  // paced by what follows, if nobody lives any more
 }
 
 void Client::changed(size_t server, ServerState state) {

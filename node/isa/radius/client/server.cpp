@@ -208,9 +208,6 @@ void Server::due(Flying flying) {
         return;
     }
     ++counters_.timeouts;
-    if (silent) {
-        state_ = ServerState::dead;  // before this request is handed back, as for all others
-    }
     events_.undelivered(ticket);
     if (silent) {
         die();
