@@ -5,7 +5,7 @@
 
 namespace radius_test {
 
-node::Reactor::Timer VirtualReactor::at(node::Time time, Task task) {
+node::Reactor::Timer VirtualReactor::at(node::Time time, node::Task task) {
     const Timer timer{time, ++made_};
     timers_.emplace(timer, std::move(task));
     return timer;
@@ -15,7 +15,7 @@ void VirtualReactor::advance(node::Time duration) {
     const node::Time end = now_ + duration;
     while (!timers_.empty() && timers_.begin()->first.first <= end) {
         now_ = std::max(now_, timers_.begin()->first.first);
-        const Task task = std::move(timers_.begin()->second);
+        const node::Task task = std::move(timers_.begin()->second);
         timers_.erase(timers_.begin());
         task();
     }

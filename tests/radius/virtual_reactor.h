@@ -10,10 +10,10 @@ namespace radius_test {
 class VirtualReactor : public node::Reactor {
 public:
     node::Time now() const override { return now_; }
-    Timer at(node::Time time, Task task) override;
+    Timer at(node::Time time, node::Task task) override;
     void cancel(const Timer& timer) override { timers_.erase(timer); }
-    void watch(int, Task) override { noDescriptors(); }
-    void watchWritable(int, Task) override { noDescriptors(); }
+    void watch(int, node::Task) override { noDescriptors(); }
+    void watchWritable(int, node::Task) override { noDescriptors(); }
     void unwatchWritable(int) override { noDescriptors(); }
     void unwatch(int) override { noDescriptors(); }
 
@@ -28,7 +28,7 @@ private:
 
     node::Time now_{1'000'000};
     uint64_t made_ = 0;
-    std::map<Timer, Task> timers_;
+    std::map<Timer, node::Task> timers_;
 };
 
 }  // namespace radius_test

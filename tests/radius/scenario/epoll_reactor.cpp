@@ -22,7 +22,7 @@ Time EpollReactor::now() const {
     return std::chrono::duration_cast<Time>(std::chrono::steady_clock::now() - began_);
 }
 
-node::Reactor::Timer EpollReactor::at(Time time, Task task) {
+node::Reactor::Timer EpollReactor::at(Time time, node::Task task) {
     const Timer timer{time, ++made_};
     timers_.emplace(timer, std::move(task));
     return timer;
@@ -37,14 +37,14 @@ void EpollReactor::change(int fd, int operation, const Watch& watch) {
     }
 }
 
-void EpollReactor::watch(int fd, Task onReadable) {
+void EpollReactor::watch(int fd, node::Task onReadable) {
     auto watch = std::make_shared<Watch>();
     watch->readable = std::move(onReadable);
     change(fd, EPOLL_CTL_ADD, *watch);
     watches_[fd] = std::move(watch);
 }
 
-void EpollReactor::watchWritable(int fd, Task onWritable) {
+void EpollReactor::watchWritable(int fd, node::Task onWritable) {
     // A new object, so that a task that is running is not replaced under itself.
     auto watch = std::make_shared<Watch>(*watches_.at(fd));
     watch->writable = std::move(onWritable);
@@ -76,7 +76,7 @@ void EpollReactor::turn(Time until) {
         epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), milliseconds);
     for (int i = 0; i < count; ++i) {
         const epoll_event& event = events[static_cast<size_t>(i)];
-        const auto call = [&](uint32_t bits, Task Watch::*task) {
+        const auto call = [&](uint32_t bits, node::Task Watch::*task) {
             const auto found = watches_.find(event.data.fd);
             if ((event.events & (bits | EPOLLERR | EPOLLHUP)) == 0 || found == watches_.end()) {
                 return;
@@ -91,7 +91,7 @@ void EpollReactor::turn(Time until) {
     }
     const Time reached = now();
     while (!timers_.empty() && timers_.begin()->first.first <= reached) {
-        const Task task = std::move(timers_.begin()->second);
+        const node::Task task = std::move(timers_.begin()->second);
         timers_.erase(timers_.begin());
         task();
     }

@@ -7,8 +7,8 @@
 #include <memory>
 #include <unordered_map>
 
-#include "node/loop/reactor.h"
 #include "node/isa/radius/client/socket.h"
+#include "node/loop/reactor.h"
 
 namespace radius_test {
 
@@ -17,10 +17,10 @@ public:
     EpollReactor();
 
     node::Time now() const override;
-    Timer at(node::Time time, Task task) override;
+    Timer at(node::Time time, node::Task task) override;
     void cancel(const Timer& timer) override { timers_.erase(timer); }
-    void watch(int fd, Task onReadable) override;
-    void watchWritable(int fd, Task onWritable) override;
+    void watch(int fd, node::Task onReadable) override;
+    void watchWritable(int fd, node::Task onWritable) override;
     void unwatchWritable(int fd) override;
     void unwatch(int fd) override;
 
@@ -32,8 +32,8 @@ public:
 
 private:
     struct Watch {
-        Task readable;
-        Task writable;
+        node::Task readable;
+        node::Task writable;
     };
 
     void turn(node::Time until);
@@ -42,7 +42,7 @@ private:
     node::radius::Socket epoll_;
     std::chrono::steady_clock::time_point began_;
     uint64_t made_ = 0;
-    std::map<Timer, Task> timers_;
+    std::map<Timer, node::Task> timers_;
     std::unordered_map<int, std::shared_ptr<Watch>> watches_;
 };
 

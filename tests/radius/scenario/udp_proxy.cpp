@@ -55,7 +55,7 @@ uint16_t freePort() {
     throw std::runtime_error("no free ports");
 }
 
-UdpProxy::UdpProxy(Reactor& reactor, uint16_t serverPort, uint32_t seed)
+UdpProxy::UdpProxy(node::Reactor& reactor, uint16_t serverPort, uint32_t seed)
     : reactor_(reactor),
       server_(*SocketAddress::parse("127.0.0.1", serverPort)),
       socket_(udpSocket()),

@@ -7,9 +7,9 @@
 #include <random>
 
 #include "node/isa/radius/client/address.h"
-#include "node/loop/reactor.h"
 #include "node/isa/radius/client/socket.h"
 #include "node/isa/radius/packet/packet.h"
+#include "node/loop/reactor.h"
 
 namespace radius_test {
 

@@ -1,9 +1,9 @@
 // The socket on which servers ask to end or change logins. Thread of the reactor.
 #pragma once
 
-#include "node/loop/reactor.h"
 #include "node/isa/radius/client/socket.h"
 #include "node/isa/radius/dynamic/authority.h"
+#include "node/loop/reactor.h"
 
 namespace node::radius {
 
