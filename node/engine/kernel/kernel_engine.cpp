@@ -9,6 +9,9 @@
 // - Whoever restarts has no requests open: a gate found pending or rejected is blocked.
 // - A frame sent through the gate again passes the program again and would be counted twice;
 //   the record counts such frames, and totals() takes them off.
+// - What an earlier process made of the frames it was handed died with its ports. totals() counts
+//   them as the program can tell: sent on, or dropped while a request was open. Frames it never
+//   read wait in the ring buffer; whoever gets them now counts them.
 //
 // Tests: tests/kernel.
 #include "node/engine/kernel/kernel_engine.h"
@@ -16,6 +19,7 @@
 #include <bpf/bpf.h>
 #include <bpf/libbpf.h>
 #include <fcntl.h>
+#include <net/if.h>
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -46,13 +50,14 @@ static_assert(is(KERNEL_DROPPED_REJECTED, Counter::droppedRejected));
 static_assert(is(KERNEL_FORWARDED, Counter::forwarded));
 static_assert(static_cast<size_t>(KERNEL_TRAPPED) == counterCount);
 
-constexpr bool is(Gate gate, PortState state) {
-    return static_cast<size_t>(gate) == static_cast<size_t>(state);
+constexpr bool is(Gate gate, KernelGate mine, PortState state) {
+    return static_cast<size_t>(gate) == static_cast<size_t>(state) &&
+           static_cast<size_t>(gate) == static_cast<size_t>(mine);
 }
-static_assert(is(Gate::blocked, PortState::blocked));
-static_assert(is(Gate::pending, PortState::pending));
-static_assert(is(Gate::open, PortState::open));
-static_assert(is(Gate::rejected, PortState::rejected));
+static_assert(is(Gate::blocked, KERNEL_GATE_BLOCKED, PortState::blocked));
+static_assert(is(Gate::pending, KERNEL_GATE_PENDING, PortState::pending));
+static_assert(is(Gate::open, KERNEL_GATE_OPEN, PortState::open));
+static_assert(is(Gate::rejected, KERNEL_GATE_REJECTED, PortState::rejected));
 
 constexpr size_t linesBytes = KERNEL_LINES * sizeof(KernelLineRecord);
 
@@ -122,7 +127,30 @@ bool KernelEngine::load(std::span<const unsigned> interfaces, std::string& error
     if (!loadPrograms(found, error) || (!found && !takeNewMaps(error)) || !shareLines(error)) {
         return false;
     }
-    return found || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
+    if (found) {
+        forgetGoneInterfaces();
+        return true;
+    }
+    return options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
+}
+
+// Their records would use up the map in the long run, and their numbers may be used again.
+void KernelEngine::forgetGoneInterfaces() {
+    std::vector<unsigned> gone;
+    const int slots = maps_.fd(GateMaps::slots);
+    unsigned ifIndex = 0;
+    bool more = bpf_map_get_next_key(slots, nullptr, &ifIndex) == 0;
+    for (size_t i = 0; more && i < KERNEL_LINES; ++i) {
+        char name[IF_NAMESIZE];
+        if (if_indextoname(ifIndex, name) == nullptr) {
+            gone.push_back(ifIndex);
+        }
+        const unsigned previous = ifIndex;
+        more = bpf_map_get_next_key(slots, &previous, &ifIndex) == 0;
+    }
+    for (const unsigned each : gone) {
+        bpf_map_delete_elem(slots, &each);
+    }
 }
 
 bool KernelEngine::loadPrograms(bool reuseMaps, std::string& error) {
@@ -264,7 +292,10 @@ std::optional<KernelEngine::Found> KernelEngine::attach(const Line& line, std::s
         !attachProgram(line.ifIndex, Direction::toSubscriber, programFd("talEgress"), error)) {
         return std::nullopt;
     }
-    attached_[line.ifId] = true;
+    if (!attached_[line.ifId].exchange(true)) {
+        trappedBefore_[line.ifId] = sumOf(line.ifId).values[KERNEL_TRAPPED];
+        reinjectedBefore_[line.ifId] = loadWord(record(line.ifId).reinjected);
+    }
     return found;
 }
 
@@ -287,6 +318,7 @@ bool KernelEngine::detach(unsigned ifId, std::string& error) {
     storeWord<uint32_t>(entry.reinjected, 0);
     storeWord<uint32_t>(entry.ifIndex, 0);
     attached_[ifId] = false;
+    armed_[ifId] = false;
     return true;
 }
 
@@ -335,6 +367,9 @@ bool KernelEngine::arm(unsigned ifId, uint32_t frames) {
     if (!known(ifId)) {
         return false;
     }
+    if (frames > 0) {
+        armed_[ifId] = true;
+    }
     storeWord<int64_t>(record(ifId).traps, frames);
     return true;
 }
@@ -367,23 +402,34 @@ bool KernelEngine::reinject(unsigned ifId, std::span<const uint8_t> frame, std::
     return true;
 }
 
-KernelEngine::Totals KernelEngine::totals(unsigned ifId) const {
-    Totals totals;
+KernelCounters KernelEngine::sumOf(unsigned ifId) const {
     std::vector<KernelCounters> perCpu(
         static_cast<size_t>(std::max(libbpf_num_possible_cpus(), 1)));
-    if (!known(ifId) ||
-        bpf_map_lookup_elem(maps_.fd(GateMaps::counters), &ifId, perCpu.data()) != 0) {
-        return totals;
-    }
     KernelCounters sum{};
+    if (bpf_map_lookup_elem(maps_.fd(GateMaps::counters), &ifId, perCpu.data()) != 0) {
+        return sum;
+    }
     for (const KernelCounters& cpu : perCpu) {
         for (size_t i = 0; i < KERNEL_COUNTERS; ++i) {
             sum.values[i] += cpu.values[i];
         }
     }
+    return sum;
+}
+
+KernelEngine::Totals KernelEngine::totals(unsigned ifId) const {
+    Totals totals;
+    if (!known(ifId)) {
+        return totals;
+    }
+    KernelCounters sum = sumOf(ifId);
+    const uint32_t trappedBefore = trappedBefore_[ifId];
+    const uint32_t reinjectedBefore = reinjectedBefore_[ifId];
     const uint32_t reinjected = loadWord(record(ifId).reinjected);
-    sum.values[KERNEL_FRAMES_SEEN] -= reinjected;
-    sum.values[KERNEL_FORWARDED] -= reinjected;
+    sum.values[KERNEL_FRAMES_SEEN] += trappedBefore - reinjected;
+    sum.values[KERNEL_FRAMES_MATCHED] += trappedBefore;
+    sum.values[KERNEL_DROPPED_PENDING] += trappedBefore - reinjectedBefore;
+    sum.values[KERNEL_FORWARDED] += reinjectedBefore - reinjected;
     std::copy_n(sum.values, totals.counters.size(), totals.counters.begin());
     totals.trapped = sum.values[KERNEL_TRAPPED];
     totals.trapsLost = sum.values[KERNEL_TRAPS_LOST];
@@ -391,29 +437,36 @@ KernelEngine::Totals KernelEngine::totals(unsigned ifId) const {
     return totals;
 }
 
+// A line that was given another interface leaves its old one with the program and without a
+// record; therefore the interfaces are asked, and not the map of records.
+bool KernelEngine::isStray(unsigned ifIndex) const {
+    if (const auto ifId = maps_.lineOf(ifIndex)) {
+        return *ifId >= KERNEL_LINES || !attached_[*ifId];
+    }
+    const auto id = attachedProgram(ifIndex, Direction::fromSubscriber);
+    bool refused = false;
+    const auto there = id ? GateMaps::ofProgram(*id, refused) : std::nullopt;
+    return there && there->sameAs(maps_);
+}
+
 std::vector<unsigned> KernelEngine::strays() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     std::vector<unsigned> found;
-    unsigned previous = 0;
-    unsigned ifIndex = 0;
-    const int slots = maps_.fd(GateMaps::slots);
-    for (size_t i = 0; i < KERNEL_LINES; ++i) {
-        if (bpf_map_get_next_key(slots, i == 0 ? nullptr : &previous, &ifIndex) != 0) {
-            break;
+    const auto names = if_nameindex();
+    for (auto each = names; each != nullptr && each->if_index != 0; ++each) {
+        if (isStray(each->if_index)) {
+            found.push_back(each->if_index);
         }
-        const auto ifId = maps_.lineOf(ifIndex);
-        if (ifId && (*ifId >= KERNEL_LINES || !attached_[*ifId])) {
-            found.push_back(ifIndex);
-        }
-        previous = ifIndex;
+    }
+    if (names != nullptr) {
+        if_freenameindex(names);
     }
     return found;
 }
 
 bool KernelEngine::freeStray(unsigned ifIndex, std::string& error) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const auto ifId = maps_.lineOf(ifIndex);
-    if (!ifId || known(*ifId)) {
+    if (!isStray(ifIndex)) {
         error = "interface " + std::to_string(ifIndex) + " is no stray";
         return false;
     }
@@ -454,6 +507,9 @@ size_t KernelEngine::poll() {
         std::memcpy(&trap, rest.data(), sizeof trap);
         rest = rest.subspan(sizeof trap);
         const size_t size = std::min<size_t>(trap.size, rest.size());
+        if (known(trap.ifId) && !armed_[trap.ifId] && trappedBefore_[trap.ifId] != 0) {
+            --trappedBefore_[trap.ifId];
+        }
         trapped_(trap.ifId, rest.first(size));
         rest = rest.subspan(size);
         ++frames;

@@ -14,54 +14,19 @@
 #include <string>
 #include <vector>
 
-#include "node/engine/counters.h"
 #include "node/engine/kernel/gate_maps.h"
 #include "node/engine/kernel/layout.h"
-#include "platform/ittal.h"
+#include "node/engine/line_gates.h"
 
 struct bpf_object;  // of libbpf, as is the next
 struct ring_buffer;
 
 namespace node {
 
-// In the order of the port's states. Frames pass only the open gate.
-enum class Gate : uint32_t {
-    blocked = KERNEL_GATE_BLOCKED,
-    pending = KERNEL_GATE_PENDING,
-    open = KERNEL_GATE_OPEN,
-    rejected = KERNEL_GATE_REJECTED,
-};
-
-class KernelEngine {
+class KernelEngine final : public LineGates {
 public:
     // A frame that was handed up, tags in line; valid during the call.
     using Trapped = std::function<void(unsigned ifId, std::span<const uint8_t> frame)>;
-
-    struct Line {
-        unsigned ifId = 0;          // 1 to KERNEL_LINES - 1
-        unsigned ifIndex = 0;       // of the interface that carries the line
-        uint32_t carrierDowns = 0;  // of that interface, as link events report it
-        bool outwardOpen = false;   // towards the subscriber frames pass even a closed gate
-    };
-
-    // How attach() found the interface, and therefore what its gate is now.
-    enum class Found {
-        nothing,     // a new line: blocked
-        own,         // an earlier process's gate in these maps: as it was
-        older,       // the same in maps of another layout or set: moved here, as it was
-        linkLost,    // an earlier process's gate, but the link was lost since: blocked
-        unreadable,  // a gate that this process may not read: blocked
-    };
-
-    // All since the line was first attached, also by an earlier process; wrapping.
-    struct Totals {
-        // The thirteen in the engine's order. Only frames the program decided about are in
-        // them: add what the line's port counted of the frames that were handed up.
-        std::array<uint32_t, counterCount> counters{};
-        uint32_t trapped = 0;         // handed up
-        uint32_t trapsLost = 0;       // not handed up for want of room, and counted as dropped
-        uint32_t droppedOutward = 0;  // towards the subscriber
-    };
 
     struct Options {
         // A directory on a bpf file system for the maps' pins; empty: none. Without pins a
@@ -74,33 +39,24 @@ public:
     static std::unique_ptr<KernelEngine> start(std::span<const unsigned> interfaces,
                                                const Options& options, Trapped trapped,
                                                std::string& error);
-    ~KernelEngine();  // leaves everything attached as it is
+    ~KernelEngine() override;  // leaves everything attached as it is
     KernelEngine(const KernelEngine&) = delete;
     KernelEngine& operator=(const KernelEngine&) = delete;
 
-    // Puts the gate on an interface; again after the interface came back under a new index.
-    // Rules and traps of an earlier process are gone afterwards, its gate is as Found says.
-    std::optional<Found> attach(const Line& line, std::string& error);
+    std::optional<Found> attach(const Line& line, std::string& error) override;
     // Frees the interface: from here on it passes everything. Forgets the line.
     bool detach(unsigned ifId, std::string& error);
-    // Interfaces of lines an earlier process attached and this one has not.
+    // Interfaces with a gate in these maps that this process has not attached.
     std::vector<unsigned> strays() const;
     bool freeStray(unsigned ifIndex, std::string& error);
 
-    // False: no such line.
-    bool setGate(unsigned ifId, Gate gate);
-    Gate gate(unsigned ifId) const;
-    // The link was lost: blocks the gate, takes back the traps, notes the interface's count.
-    bool linkDown(unsigned ifId, uint32_t carrierDowns);
-    // Alternatives, in force for the next frame; none: nothing matches. False also when there
-    // are too many.
-    bool setRules(unsigned ifId, std::span<const ittalCondition> conditions);
-    // The next `frames` matching frames of the closed gate are handed up, further ones only
-    // counted. Replaces what is left of an earlier number; 0: none.
-    bool arm(unsigned ifId, uint32_t frames = 1);
-    // Lets a kept frame in through the open gate, as if it had just arrived.
-    bool reinject(unsigned ifId, std::span<const uint8_t> frame, std::string& error);
-    Totals totals(unsigned ifId) const;
+    bool setGate(unsigned ifId, Gate gate) override;
+    Gate gate(unsigned ifId) const override;
+    bool linkDown(unsigned ifId, uint32_t carrierDowns) override;
+    bool setRules(unsigned ifId, std::span<const ittalCondition> conditions) override;
+    bool arm(unsigned ifId, uint32_t frames = 1) override;
+    bool reinject(unsigned ifId, std::span<const uint8_t> frame, std::string& error) override;
+    Totals totals(unsigned ifId) const override;
 
     int fd() const;       // readable when poll() has something to do
     size_t poll();        // calls `trapped` for all frames there are; how many
@@ -112,6 +68,7 @@ private:
     void findMaps(std::span<const unsigned> interfaces);
     bool loadPrograms(bool reuseMaps, std::string& error);
     bool takeNewMaps(std::string& error);
+    void forgetGoneInterfaces();
     bool shareLines(std::string& error);
     bool openEvents(std::string& error);
     int programFd(const char* name) const;
@@ -120,6 +77,8 @@ private:
     std::optional<Found> lookAt(const Line& line, KernelGate& gate, std::string& error) const;
     bool enter(const Line& line, KernelGate gate, Found found, std::string& error);
     bool writeRules(unsigned ifId, const KernelRules& rules);
+    KernelCounters sumOf(unsigned ifId) const;
+    bool isStray(unsigned ifIndex) const;
     static int collect(void* self, void* data, size_t size);
 
     const Options options_;
@@ -130,7 +89,11 @@ private:
     ring_buffer* events_ = nullptr;
     KernelLineRecord* lines_ = nullptr;                       // the kernel's own memory
     std::array<std::atomic<bool>, KERNEL_LINES> attached_{};  // by this process
-    std::vector<uint8_t> collected_;                          // by poll(), heads included
+    // Frames that an earlier process was handed and has, or has not, sent on.
+    std::array<std::atomic<uint32_t>, KERNEL_LINES> trappedBefore_{};
+    std::array<std::atomic<uint32_t>, KERNEL_LINES> reinjectedBefore_{};
+    std::array<std::atomic<bool>, KERNEL_LINES> armed_{};  // by this process, ever
+    std::vector<uint8_t> collected_;                       // by poll(), heads included
     mutable std::mutex mutex_;  // one change of lines and rules at a time
 };
 

@@ -43,6 +43,9 @@ public:
     // Empty: there is no such interface, or it is not watched.
     std::optional<LinkState> state(const std::string& name) const;
 
+    // All interfaces that were there at open() have been reported.
+    bool complete() const { return !listing_; }
+
     int fd() const { return socket_.get(); }  // readable when read() has something to do
     // Reports what has changed. False when the socket is of no more use.
     bool read(std::string& error);
