@@ -129,8 +129,20 @@ void LiveEngine::attachAll() {
     }
 }
 
-void LiveEngine::treatStrays(bool freeThem) {
+// Gates that nobody looks after: not those of a node that runs beside this one.
+std::vector<unsigned> LiveEngine::strays() const {
+    std::vector<unsigned> found;
     for (const unsigned ifIndex : gates_->strays()) {
+        std::string error;
+        if (DeviceLock::take(nameOf(ifIndex), error)) {
+            found.push_back(ifIndex);
+        }
+    }
+    return found;
+}
+
+void LiveEngine::treatStrays(bool freeThem) {
+    for (const unsigned ifIndex : strays()) {
         std::string error;
         const std::string name = nameOf(ifIndex);
         if (!freeThem) {
@@ -157,6 +169,8 @@ void LiveEngine::begin(Engine& engine, Reactor& loop, LiveLines::SetLink setLink
         }
     });
     loop.watch(gates_->fd(), [this] { gates_->poll(); });
+    gates_->poll();  // frames that an earlier run did not read are no news to the loop
+    log_.line("device", "the lines are live");
 }
 
 void LiveEngine::end() {
@@ -184,7 +198,7 @@ void LiveEngine::release(const Settings& settings, EventLog& log) {
         }
         log.line(line.ifId, "device", line.device + ": freed, everything passes");
     }
-    for (const unsigned ifIndex : live.gates_->strays()) {
+    for (const unsigned ifIndex : live.strays()) {
         std::string error;
         if (!live.gates_->freeStray(ifIndex, error)) {
             throw LiveError(nameOf(ifIndex) + ": " + error);

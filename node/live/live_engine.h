@@ -50,6 +50,7 @@ private:
     LiveEngine(const Settings& settings, EventLog& log, Bare);
     void attachAll();
     void treatStrays(bool freeThem);
+    std::vector<unsigned> strays() const;
 
     EventLog& log_;
     std::vector<DeviceLock> locks_;

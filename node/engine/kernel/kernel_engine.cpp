@@ -293,10 +293,21 @@ std::optional<KernelEngine::Found> KernelEngine::attach(const Line& line, std::s
         return std::nullopt;
     }
     if (!attached_[line.ifId].exchange(true)) {
-        trappedBefore_[line.ifId] = sumOf(line.ifId).values[KERNEL_TRAPPED];
-        reinjectedBefore_[line.ifId] = loadWord(record(line.ifId).reinjected);
+        countBefore(line.ifId);
     }
     return found;
+}
+
+// The line has no traps now: what waits in the ring buffer is all that this process will get of
+// the frames handed up so far. They stay collected for the next poll().
+void KernelEngine::countBefore(unsigned ifId) {
+    ring_buffer__consume(events_);
+    uint32_t unread = 0;
+    eachCollected([&](const KernelTrap& trap, std::span<const uint8_t>) {
+        unread += trap.ifId == ifId ? 1 : 0;
+    });
+    trappedBefore_[ifId] = sumOf(ifId).values[KERNEL_TRAPPED] - unread;
+    reinjectedBefore_[ifId] = loadWord(record(ifId).reinjected);
 }
 
 bool KernelEngine::detach(unsigned ifId, std::string& error) {
@@ -318,7 +329,6 @@ bool KernelEngine::detach(unsigned ifId, std::string& error) {
     storeWord<uint32_t>(entry.reinjected, 0);
     storeWord<uint32_t>(entry.ifIndex, 0);
     attached_[ifId] = false;
-    armed_[ifId] = false;
     return true;
 }
 
@@ -366,9 +376,6 @@ bool KernelEngine::setRules(unsigned ifId, std::span<const ittalCondition> condi
 bool KernelEngine::arm(unsigned ifId, uint32_t frames) {
     if (!known(ifId)) {
         return false;
-    }
-    if (frames > 0) {
-        armed_[ifId] = true;
     }
     storeWord<int64_t>(record(ifId).traps, frames);
     return true;
@@ -437,16 +444,16 @@ KernelEngine::Totals KernelEngine::totals(unsigned ifId) const {
     return totals;
 }
 
-// A line that was given another interface leaves its old one with the program and without a
-// record; therefore the interfaces are asked, and not the map of records.
+// The interfaces are asked, and not the map of records: a line that was given another interface
+// leaves its old one with the program and without a record, and other maps are not known here.
 bool KernelEngine::isStray(unsigned ifIndex) const {
-    if (const auto ifId = maps_.lineOf(ifIndex)) {
-        return *ifId >= KERNEL_LINES || !attached_[*ifId];
+    const auto ifId = maps_.lineOf(ifIndex);
+    if (ifId && known(*ifId)) {
+        return false;
     }
     const auto id = attachedProgram(ifIndex, Direction::fromSubscriber);
     bool refused = false;
-    const auto there = id ? GateMaps::ofProgram(*id, refused) : std::nullopt;
-    return there && there->sameAs(maps_);
+    return id && (GateMaps::ofProgram(*id, refused) || refused);
 }
 
 std::vector<unsigned> KernelEngine::strays() const {
@@ -497,23 +504,27 @@ int KernelEngine::collect(void* self, void* data, size_t size) {
     return 0;
 }
 
-size_t KernelEngine::poll() {
-    collected_.clear();
-    ring_buffer__consume(events_);
-    size_t frames = 0;
+void KernelEngine::eachCollected(
+    const std::function<void(const KernelTrap&, std::span<const uint8_t>)>& use) const {
     std::span<const uint8_t> rest(collected_);
     while (rest.size() >= sizeof(KernelTrap)) {
         KernelTrap trap;
         std::memcpy(&trap, rest.data(), sizeof trap);
         rest = rest.subspan(sizeof trap);
         const size_t size = std::min<size_t>(trap.size, rest.size());
-        if (known(trap.ifId) && !armed_[trap.ifId] && trappedBefore_[trap.ifId] != 0) {
-            --trappedBefore_[trap.ifId];
-        }
-        trapped_(trap.ifId, rest.first(size));
+        use(trap, rest.first(size));
         rest = rest.subspan(size);
-        ++frames;
     }
+}
+
+size_t KernelEngine::poll() {
+    ring_buffer__consume(events_);
+    size_t frames = 0;
+    eachCollected([&](const KernelTrap& trap, std::span<const uint8_t> frame) {
+        trapped_(trap.ifId, frame);
+        ++frames;
+    });
+    collected_.clear();
     return frames;
 }
 

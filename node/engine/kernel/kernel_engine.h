@@ -1,6 +1,6 @@
 // The gates of the access interfaces in the kernel: opening and closing them, what their frames
 // must look like to be handed up, those frames, and the counters. Knows nothing of requests.
-// Any thread; poll() on one thread at a time, and it alone calls `trapped`.
+// Any thread; attach() and poll() on one thread, and poll() alone calls `trapped`.
 #pragma once
 
 #include <array>
@@ -46,7 +46,7 @@ public:
     std::optional<Found> attach(const Line& line, std::string& error) override;
     // Frees the interface: from here on it passes everything. Forgets the line.
     bool detach(unsigned ifId, std::string& error);
-    // Interfaces with a gate in these maps that this process has not attached.
+    // Interfaces that have a gate which this process has not attached, whoever did.
     std::vector<unsigned> strays() const;
     bool freeStray(unsigned ifIndex, std::string& error);
 
@@ -79,6 +79,9 @@ private:
     bool writeRules(unsigned ifId, const KernelRules& rules);
     KernelCounters sumOf(unsigned ifId) const;
     bool isStray(unsigned ifIndex) const;
+    void countBefore(unsigned ifId);
+    void eachCollected(
+        const std::function<void(const KernelTrap&, std::span<const uint8_t>)>& use) const;
     static int collect(void* self, void* data, size_t size);
 
     const Options options_;
@@ -92,9 +95,8 @@ private:
     // Frames that an earlier process was handed and has, or has not, sent on.
     std::array<std::atomic<uint32_t>, KERNEL_LINES> trappedBefore_{};
     std::array<std::atomic<uint32_t>, KERNEL_LINES> reinjectedBefore_{};
-    std::array<std::atomic<bool>, KERNEL_LINES> armed_{};  // by this process, ever
-    std::vector<uint8_t> collected_;                       // by poll(), heads included
-    mutable std::mutex mutex_;  // one change of lines and rules at a time
+    std::vector<uint8_t> collected_;  // not handed on yet, heads included
+    mutable std::mutex mutex_;        // one change of lines and rules at a time
 };
 
 }  // namespace node
