@@ -4,7 +4,7 @@
 // its name. Nobody is ever accepted on the socket; it listens so that whoever is refused can ask
 // the kernel for the process behind it.
 //
-// Tests: tests/unit/node_host/device_lock_test.cpp.
+// Tests: tests/unit/node_host/second_node_test.cpp.
 #include "node/live/device_lock.h"
 
 #include <sys/socket.h>
