@@ -11,7 +11,6 @@
 #include <iterator>
 #include <regex>
 
-#include "node/store/stored_logins.h"
 #include "tests/scenario/private_log.h"
 
 extern char** environ;
@@ -189,9 +188,3 @@ RawSocket listenOn(const std::string& interface) {
 }
 
 }  // namespace node_test
-
-int main(int argc, char** argv) {
-    enterPrivateLog(argc, argv);
-    testing::InitGoogleTest(&argc, argv);
-    return RUN_ALL_TESTS();
-}
