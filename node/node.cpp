@@ -1,5 +1,5 @@
 // The parts of the node do not know each other; here they are put together:
-//   captures -> engine -> (loop) -> module -> ISA -> (loop) -> module -> engine.
+//   captures, devices -> engine -> (loop) -> module -> ISA -> (loop) -> module -> engine.
 // Everything between the parts goes through the loop, so the module is never called from
 // inside one of its own calls.
 #include "node/node.h"
@@ -46,12 +46,31 @@ UserList userList(const Config::Isa& isa) {
     return users;
 }
 
-// Without captures there is no time but the wall's.
+bool hasCaptures(const Config& config) {
+    return std::any_of(config.interfaces.begin(), config.interfaces.end(),
+                       [](const Config::Interface& each) { return !each.capture.empty(); });
+}
+
+bool hasDevices(const Config& config) {
+    return std::any_of(config.interfaces.begin(), config.interfaces.end(),
+                       [](const Config::Interface& each) { return !each.device.empty(); });
+}
+
+// Without captures, and with devices, there is no time but the wall's.
 Pace paceOf(const Config& config, const Node::Options& options) {
-    const bool captures =
-        std::any_of(config.interfaces.begin(), config.interfaces.end(),
-                    [](const Config::Interface& interface) { return !interface.capture.empty(); });
-    return captures && !options.recordedPace ? Pace::instant : Pace::recorded;
+    const bool jumps = hasCaptures(config) && !hasDevices(config) && !options.recordedPace;
+    return jumps ? Pace::instant : Pace::recorded;
+}
+
+LiveEngine::Settings liveSettings(const Config& config) {
+    LiveEngine::Settings settings{
+        {}, config.engine.pinDirectory, config.engine.freeRemoved, config.control.socketGroup};
+    for (const Config::Interface& interface : config.interfaces) {
+        if (!interface.device.empty()) {
+            settings.lines.push_back({interface.id, interface.device, interface.outwardOpen});
+        }
+    }
+    return settings;
 }
 
 std::string verdictText(Isa::Verdict verdict) {
@@ -103,6 +122,23 @@ Node::Node(const Config& config, const Options& options, std::ostream& out)
         }
         lines_.push_back(std::move(line));
     }
+    if (hasDevices(config_)) {
+        openDevices();
+    }
+}
+
+void Node::openDevices() {
+    live_ = std::make_unique<LiveEngine>(liveSettings(config_), log_);
+    engine_.onForward(
+        [this](unsigned ifId, std::span<const uint8_t> frame) { live_->forward(ifId, frame); });
+}
+
+void Node::release(const Config& config, std::ostream& out) {
+    EventLog log(out);
+    for (const Config::Interface& interface : config.interfaces) {
+        log.setLabel(interface.id, interface.kernelName + " " + interface.name);
+    }
+    LiveEngine::release(liveSettings(config), log);
 }
 
 Node::~Node() {
@@ -240,7 +276,13 @@ void Node::setLink(unsigned ifId, bool up) {
 }
 
 void Node::scheduleLinks() {
+    if (live_) {
+        live_->begin(engine_, loop_, [this](unsigned ifId, bool up) { setLink(ifId, up); });
+    }
     for (const Config::Interface& interface : config_.interfaces) {
+        if (!interface.device.empty()) {
+            continue;
+        }
         const unsigned id = interface.id;
         loop_.post([this, id] { setLink(id, true); });
         for (const Config::Outage& outage : interface.outages) {
@@ -332,6 +374,9 @@ void Node::showProgress() {
 void Node::stop() {
     management_.reset();
     isa_.close();
+    if (live_) {
+        live_->end();  // what the module still does on its way out moves no gate
+    }
     for (const std::string& name : stopEntities(order_)) {
         log_.line("module", "entity \"" + name + "\" did not stop cleanly");
     }
@@ -351,10 +396,7 @@ RunReport Node::run() {
     scheduleLinks();
     scheduleChanges();
     loop_.everySecond([this] { showProgress(); });
-    const bool captures = std::any_of(lines_.begin(), lines_.end(), [](const PlayedLine& line) {
-        return line.capture != nullptr;
-    });
-    loop_.run(captures && !options_.stay);
+    loop_.run(hasCaptures(config_) && !live_ && !options_.stay);
     for (const PlayedLine& line : lines_) {
         if (line.capture && !line.capture->damage().empty()) {
             log_.line(line.id, "capture", line.capture->damage());
@@ -373,7 +415,7 @@ LineReport Node::reportLine(const PlayedLine& line,
     result.id = line.id;
     result.name = line.name;
     result.kernelName = line.kernelName;
-    result.frames = line.capture ? line.capture->frames() : 0;
+    result.frames = line.capture ? line.capture->frames() : status.counters[Counter::framesSeen];
     result.replayed = status.counters[Counter::storedRequests];
     result.traps = status.counters[Counter::requestsRaised] - result.replayed;
     result.verdict = verdictText(record.verdict);

@@ -14,6 +14,7 @@
 #include "node/engine/capture/capture.h"
 #include "node/engine/engine.h"
 #include "node/isa/isa.h"
+#include "node/live/live_engine.h"
 #include "node/log/event_log.h"
 #include "node/loop/loop.h"
 #include "node/management/management.h"
@@ -32,8 +33,8 @@ public:
         std::string controlSocket{};  // empty: the configuration's
     };
 
-    // Opens the captures and the profiles; CaptureError or ProfileError when one cannot be used
-    // at all.
+    // Opens the captures, the profiles and the devices; CaptureError, ProfileError or LiveError
+    // when one cannot be used at all. With devices the process gives up privileges, for good.
     Node(const Config& config, const Options& options, std::ostream& out);
     ~Node();
     Node(const Node&) = delete;
@@ -52,6 +53,9 @@ public:
     // All profiles, by kind and name. Any thread, from construction on.
     std::vector<ProfileInfo> profiles() const { return profiles_.list(); }
 
+    // Takes the gates of earlier runs off the configuration's devices. Throws LiveError.
+    static void release(const Config& config, std::ostream& out);
+
 private:
     struct PlayedLine {
         unsigned id;
@@ -64,6 +68,7 @@ private:
     void start();
     void applyConfig();
     void noteDeleted();
+    void openDevices();
     void scheduleLinks();
     void scheduleChanges();
     void setLink(unsigned ifId, bool up);
@@ -87,6 +92,7 @@ private:
     Isa isa_;
     ProfileStore profiles_;
     std::vector<PlayedLine> lines_;
+    std::unique_ptr<LiveEngine> live_;        // null: no line has a device
     std::map<unsigned, std::string> stored_;  // the storage file as last seen
     std::vector<BLEntity*> order_;
     std::optional<Library> library_;

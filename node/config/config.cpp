@@ -12,6 +12,7 @@
 #include <map>
 #include <utility>
 
+#include "node/config/live_keys.h"
 #include "node/config/section.h"
 #include "node/rules/rule_text.h"
 #include "node/text/bytes.h"
@@ -283,6 +284,7 @@ Config::Interface readInterface(Section& section, const std::string& directory) 
     }
     interface.start = milliseconds(section, "start-ms");
     interface.outages = readOutages(section);
+    readDevice(section, interface);
     interface.admin = section.flag("tal", interface.admin);
     interface.authentication = section.flag("authentication", interface.authentication);
     interface.authorization = section.flag("authorization", interface.authorization);
@@ -312,6 +314,7 @@ std::vector<Config::Interface> readInterfaces(Section& file, const std::string& 
                 section.fail("kernel-name", "\"" + interface.kernelName + "\" is used twice");
             }
         }
+        checkDevice(section, interface, interfaces);
         interfaces.push_back(interface);
     }
     if (interfaces.empty()) {
@@ -386,6 +389,9 @@ Config parseConfig(const std::string& text, const std::string& fileName,
     }
     if (std::optional<Section> section = file.section("profiles")) {
         config.profiles = readProfiles(std::move(*section), directory);
+    }
+    if (std::optional<Section> section = file.section("engine")) {
+        config.engine = readEngine(std::move(*section), directory);
     }
     config.interfaces = readInterfaces(file, directory);
     config.changes = readChanges(file, directory);

@@ -61,6 +61,13 @@ struct Config {
         std::string file;  // path; empty: in memory
     };
 
+    // The gates of real interfaces.
+    struct Engine {
+        std::string pinDirectory;  // path; empty: nothing is pinned
+        bool freeRemoved = false;  // interfaces of lines that are configured no more
+        bool operator==(const Engine&) const = default;
+    };
+
     struct Outage {
         Milliseconds from{0};
         Milliseconds to{0};
@@ -77,7 +84,9 @@ struct Config {
         unsigned id = 0;              // 1 to 99
         std::string name;             // "1/3"
         std::string kernelName;       // four characters
-        std::string capture;          // path; empty: no traffic
+        std::string capture;          // path; empty: no traffic, or a device's
+        std::string device;           // name of a real interface; empty: none
+        bool outwardOpen = false;     // towards the subscriber its gate lets all pass
         Milliseconds start{0};        // when the capture's first frame is played
         std::vector<Outage> outages;  // ascending, apart
         bool admin = true;
@@ -101,6 +110,7 @@ struct Config {
     Control control;
     Isa isa;
     Profiles profiles;
+    Engine engine;
     std::vector<Interface> interfaces;  // at least one, in the file's order
     std::vector<Change> changes;        // ascending
 };

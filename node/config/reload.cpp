@@ -24,12 +24,14 @@ std::string differentKey(const Config::Node& now, const Config::Node& next) {
 }
 
 std::string differentKey(const Config::Interface& now, const Config::Interface& next) {
-    return now.name != next.name               ? "name"
-           : now.kernelName != next.kernelName ? "kernel-name"
-           : now.capture != next.capture       ? "capture"
-           : now.start != next.start           ? "start-ms"
-           : now.outages != next.outages       ? "outage"
-                                               : "";
+    return now.name != next.name                 ? "name"
+           : now.kernelName != next.kernelName   ? "kernel-name"
+           : now.capture != next.capture         ? "capture"
+           : now.device != next.device           ? "device"
+           : now.outwardOpen != next.outwardOpen ? "outward-open"
+           : now.start != next.start             ? "start-ms"
+           : now.outages != next.outages         ? "outage"
+                                                 : "";
 }
 
 }  // namespace
@@ -41,6 +43,9 @@ std::string needsRestart(const Config& now, const Config& next) {
     }
     if (now.control != next.control) {
         return next.file + ": control" + cannot;
+    }
+    if (now.engine != next.engine) {
+        return next.file + ": engine" + cannot;
     }
     if (now.profiles.file != next.profiles.file) {
         return next.file + ": profiles.file" + cannot;

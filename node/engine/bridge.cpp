@@ -229,11 +229,11 @@ int ittalPortStatisticsGet(const char* bridge, unsigned ifId, unsigned* c1, unsi
                 return false;
             }
         }
-        return engine.read(ifId, [&](const Port& port) {
-            for (size_t i = 0; i < counterCount; ++i) {
-                *outs[i] = port.counters().values()[i];
-            }
-        });
+        const std::optional<Counters> counters = engine.counters(ifId);
+        for (size_t i = 0; counters && i < counterCount; ++i) {
+            *outs[i] = counters->values()[i];
+        }
+        return counters.has_value();
     });
 }
 

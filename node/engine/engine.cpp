@@ -17,7 +17,11 @@ void Engine::addLine(unsigned ifId, const std::string& kernelName) {
     lines_[ifId].kernelName = kernelName;
 }
 
-Engine::Followup Engine::followupOf(unsigned ifId, Line& line, Port::Outcome outcome) {
+Engine::Followup Engine::followupOf(unsigned ifId, Line& line, Port::Outcome outcome,
+                                    bool ofFrame) {
+    if (line.gates) {
+        moveGate(ifId, line, outcome, ofFrame);
+    }
     Followup followup{ifId, std::move(outcome), {}, {}};
     if (followup.outcome.moved() && line.timeout) {
         loop_.cancel(*line.timeout);
@@ -50,7 +54,8 @@ void Engine::frame(unsigned ifId, std::span<const uint8_t> bytes) {
             frame = parseFrame(bytes);
             rule = frame && conditions ? firstMatch(*frame, *conditions) : nullptr;
         }
-        followup = followupOf(ifId, line, line.port.frame(bytes, rule != nullptr, loop_.now()));
+        followup =
+            followupOf(ifId, line, line.port.frame(bytes, rule != nullptr, loop_.now()), true);
         if (followup.outcome.raised()) {
             line.trapRule = conditionText(*rule);
             followup.eventLine = trafficLine(line.kernelName, *frame);
@@ -222,7 +227,8 @@ std::optional<Engine::LineStatus> Engine::status(unsigned ifId) const {
                       port.forwardingState(),
                       port.stageState(Stage::authentication),
                       port.stageState(Stage::authorization),
-                      port.counters(),
+                      port.passes(),
+                      sumOf(ifId, found->second),
                       {},
                       found->second.trapRule};
     if (const RuleBook::Conditions* const conditions = rules_.conditionsOf(ifId)) {
@@ -231,6 +237,26 @@ std::optional<Engine::LineStatus> Engine::status(unsigned ifId) const {
         }
     }
     return status;
+}
+
+Counters Engine::sumOf(unsigned ifId, const Line& line) {
+    Counters sum = line.port.counters();
+    if (line.gates) {
+        const LineGates::Totals totals = line.gates->totals(ifId);
+        for (size_t i = 0; i < counterCount; ++i) {
+            sum.count(static_cast<Counter>(i), totals.counters[i]);
+        }
+    }
+    return sum;
+}
+
+std::optional<Counters> Engine::counters(unsigned ifId) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = lines_.find(ifId);
+    if (found == lines_.end()) {
+        return std::nullopt;
+    }
+    return sumOf(ifId, found->second);
 }
 
 }  // namespace node

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "node/engine/line_gates.h"
 #include "node/engine/port.h"
 #include "node/engine/rule_book.h"
 #include "node/log/event_log.h"
@@ -29,6 +30,7 @@ public:
         ForwardingState forwarding = ForwardingState::blocked;
         StageState authentication = StageState::idle;
         StageState authorization = StageState::idle;
+        bool passes = false;  // the gate lets frames through
         Counters counters;
         std::vector<std::string> rules;  // the conditions of its selector, as rules are written
         std::string trapRule;            // the one that matched last
@@ -42,6 +44,13 @@ public:
     void onForward(Forward forward) { forward_ = std::move(forward); }
     void addLine(unsigned ifId, const std::string& kernelName);
 
+    // From here on the line's gate is one of `gates` and does what the port does; empty: none,
+    // it stays as it is. A gate that is open stays so only for the replay of a stored login;
+    // whether this one does. `gates` must outlive its lines here.
+    bool gateBy(unsigned ifId, LineGates* gates);
+    // The line's interface is new: the gate gets the line's state, rules and traps again.
+    void renewGate(unsigned ifId);
+
     // The subscriber side.
     void frame(unsigned ifId, std::span<const uint8_t> bytes);
     void link(unsigned ifId, bool up);
@@ -52,7 +61,9 @@ public:
     template <class Result>
     Result withRules(const std::function<Result(RuleBook&)>& use) {
         const std::lock_guard<std::mutex> lock(mutex_);
-        return use(rules_);
+        Result result = use(rules_);
+        tellRules();
+        return result;
     }
     bool setNodeAdmin(bool on);
     bool nodeAdmin() const;
@@ -69,6 +80,8 @@ public:
     bool read(unsigned ifId, const std::function<void(const Port&)>& use) const;
 
     std::optional<LineStatus> status(unsigned ifId) const;
+    // The port's and the gate's. Empty: no such line.
+    std::optional<Counters> counters(unsigned ifId) const;
 
 private:
     struct Line {
@@ -76,6 +89,10 @@ private:
         Port port;
         std::optional<Loop::Timer> timeout;  // of the request that is open
         std::string trapRule;                // the rule that matched last
+        LineGates* gates = nullptr;
+        RuleBook::Conditions told;             // the rules that the gate has
+        uint32_t armed = 0;                    // traps that it was given last
+        std::optional<Loop::Timer> nextTraps;  // when the back-off after a reject ends
     };
     // What is done once the lock is released.
     struct Followup {
@@ -87,7 +104,11 @@ private:
 
     using Input = std::function<std::optional<Port::Outcome>(Port&)>;
     bool apply(unsigned ifId, const Input& input);
-    Followup followupOf(unsigned ifId, Line& line, Port::Outcome outcome);
+    Followup followupOf(unsigned ifId, Line& line, Port::Outcome outcome, bool ofFrame = false);
+    void moveGate(unsigned ifId, Line& line, const Port::Outcome& outcome, bool ofFrame);
+    void armAfterBackOff(unsigned ifId, Line& line);
+    void tellRules();
+    static Counters sumOf(unsigned ifId, const Line& line);
     void carryOut(Followup followup, std::span<const uint8_t> frame = {});
     void logMove(unsigned ifId, const Port::Outcome& outcome);
     void expire(unsigned ifId);

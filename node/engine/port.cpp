@@ -13,6 +13,9 @@
 // - After a reject a matching frame asks again once the back-off has passed; no timer runs.
 // - A stored request that cannot be raised yet waits for the line and goes before an automatic
 //   request, which would otherwise replace the stored login by an empty one.
+// - A gate in the kernel outlives the process. Found open, it stays open for the replay of the
+//   line's stored login and no longer: a reject, no answer, a lost link, switching off, or a
+//   link that is up without the replay being asked closes it.
 // Tested by tests/unit/node_host/port_test.cpp.
 #include "node/engine/port.h"
 
@@ -98,6 +101,7 @@ Port::Outcome Port::moveTo(PortState to, Cause cause, Time now) {
     } else if (to != PortState::pending) {
         dropQueue();
     }
+    held_ = held_ && to == PortState::pending;
     state_ = to;
     since_ = now;
     return outcome;
@@ -105,6 +109,7 @@ Port::Outcome Port::moveTo(PortState to, Cause cause, Time now) {
 
 Port::Outcome Port::block(Cause cause, Time now) {
     forget();
+    held_ = false;
     if (state_ == PortState::blocked) {
         return unchanged();
     }
@@ -172,6 +177,7 @@ Port::Outcome Port::linkUp(Time now) {
         }
     }
     Outcome stored = askStored(now);
+    held_ = held_ && stored.moved();
     if (stored.moved() || storedWanted_ || !autoRequest_ || !canAsk()) {
         return stored;
     }
@@ -272,6 +278,25 @@ Port::Outcome Port::setStageAdmin(Stage stage, bool on, Time now) {
 Port::Outcome Port::setStageOper(Stage stage, bool up, Time now) {
     part(stage).operUp = up;
     return askStored(now);
+}
+
+bool Port::holdOpen() {
+    held_ = storedWanted_ && state_ == PortState::blocked;
+    return held_;
+}
+
+uint32_t Port::framesWanted(Time now) const {
+    const bool mayAsk = state_ == PortState::blocked ||
+                        (state_ == PortState::rejected && now - since_ >= rejectBackOff);
+    const bool wanted = state_ == PortState::pending || (mayAsk && canAsk());
+    return wanted && !held_ ? std::max(maxQueue_, 1U) : 0;
+}
+
+std::optional<Time> Port::backOffEnd() const {
+    if (state_ != PortState::rejected) {
+        return std::nullopt;
+    }
+    return since_ + rejectBackOff;
 }
 
 ForwardingState Port::forwardingState() const {

@@ -73,6 +73,14 @@ public:
     Outcome expire(Time now);                                            // when the deadline passed
     std::optional<Time> deadline() const;  // of the request that is open
 
+    // A gate in the kernel. One that was found open stays so while a stored request is on its
+    // way and until its end; false: there is none, the gate closes.
+    bool holdOpen();
+    bool passes() const { return state_ == PortState::open || held_; }
+    // How many matching frames the gate should hand up: what can be asked and kept now.
+    uint32_t framesWanted(Time now) const;
+    std::optional<Time> backOffEnd() const;  // after a reject
+
     // Settings. The port's own are off but for the stages, as in a new engine.
     Outcome setNodeAdmin(bool on, Time now);
     Outcome setRequests(bool on, Time now);
@@ -124,6 +132,7 @@ private:
     bool admin_ = false;
     bool autoRequest_ = false;
     bool storedWanted_ = false;
+    bool held_ = false;
     uint32_t timeout_ = 120;
     uint32_t maxQueue_ = 1;
     PortState state_ = PortState::blocked;

@@ -112,7 +112,7 @@ control::InterfaceView Management::viewOf(const Line& line) const {
     view.kernelName = line.kernelName;
     engine_.read(line.id, [&view](const Port& port) {
         view.portState = portState(port.state());
-        view.gateOpen = port.state() == PortState::open;
+        view.gateOpen = port.passes();
         view.timeout = port.timeout();
         view.maxQueueSize = port.maxQueue();
     });

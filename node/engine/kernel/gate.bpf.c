@@ -1,0 +1,239 @@
+// The gate of every access interface, on the clsact hook: one look at the line's record and two
+// counters while it is open; while it is closed every frame is dropped, but not before the
+// line's rules have had a look at it and the node has got the frames it asked for.
+//
+// Decisions:
+// - An interface that is in no record is closed. So is a record of zeroes.
+// - An open gate hands the frame on to whatever else is attached (TC_ACT_UNSPEC).
+// - Towards the subscriber a closed gate drops as well, unless the line says otherwise; such
+//   frames are in a counter of their own, because the thirteen speak of the subscriber's frames.
+// - A frame is counted by whoever decides about it: here, or by the node for frames handed up.
+//   So the sum of both sides is right whatever the node makes of its frames.
+// - Nothing is kept here but numbers. A request, its queue and its time belong to the node.
+// - The maps are all there is to carry over to the next process; layout.h numbers their form.
+//
+// Tests: tests/kernel.
+#include <linux/bpf.h>
+#include <linux/pkt_cls.h>
+
+#include <bpf/bpf_helpers.h>
+
+#include "node/engine/kernel/frame.bpf.h"
+#include "node/engine/kernel/layout.h"
+
+// Tells the kernel only which of its helpers may be called; the program needs none of those
+// that are reserved.
+char licenseText[] SEC("license") = "unspecified";
+
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, uint32_t);
+    __type(value, struct KernelMeta);
+} talMeta SEC(".maps");
+
+// Interface index to line.
+struct {
+    __uint(type, BPF_MAP_TYPE_HASH);
+    __uint(max_entries, KERNEL_LINES);
+    __type(key, uint32_t);
+    __type(value, uint32_t);
+} talSlots SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(map_flags, BPF_F_MMAPABLE);
+    __uint(max_entries, KERNEL_LINES);
+    __type(key, uint32_t);
+    __type(value, struct KernelLineRecord);
+} talLines SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_ARRAY);
+    __uint(max_entries, 2 * KERNEL_LINES);
+    __type(key, uint32_t);
+    __type(value, struct KernelRules);
+} talRules SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, KERNEL_LINES);
+    __type(key, uint32_t);
+    __type(value, struct KernelCounters);
+} talCounters SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_RINGBUF);
+    __uint(max_entries, KERNEL_EVENT_BYTES);
+} talEvents SEC(".maps");
+
+struct {
+    __uint(type, BPF_MAP_TYPE_PERCPU_ARRAY);
+    __uint(max_entries, 1);
+    __type(key, uint32_t);
+    __type(value, struct Scratch);
+} talScratch SEC(".maps");
+
+#define READ_ONCE(word) (*(const volatile __typeof__(word)*)&(word))
+
+// Copies the frame as it was on the wire: the outer tag, which the stack keeps aside, in line.
+static __always_inline void loadFrame(struct __sk_buff* skb, struct Scratch* scratch) {
+    uint32_t from = 0;
+    uint32_t to = 0;
+    scratch->size = 0;
+    if (skb->vlan_present) {
+        if (bpf_skb_load_bytes(skb, 0, scratch->frame, MATCH_ETHER_TYPE) != 0) {
+            return;
+        }
+        const uint32_t type = skb->vlan_proto;  // in the frame's byte order
+        const uint32_t control = skb->vlan_tci;
+        scratch->frame[MATCH_ETHER_TYPE] = (uint8_t)type;
+        scratch->frame[MATCH_ETHER_TYPE + 1] = (uint8_t)(type >> 8);
+        scratch->frame[MATCH_ETHER_TYPE + 2] = (uint8_t)(control >> 8);
+        scratch->frame[MATCH_ETHER_TYPE + 3] = (uint8_t)control;
+        from = MATCH_ETHER_TYPE;
+        to = MATCH_ETHER_TYPE + MATCH_TAG_SIZE;
+    }
+    uint32_t rest = skb->len - from;
+    scratch->trap.wireSize = rest + to;
+    if (rest > KERNEL_FRAME - to) {
+        rest = KERNEL_FRAME - to;
+    }
+    if (rest == 0 || rest > KERNEL_FRAME) {
+        return;
+    }
+    if (bpf_skb_load_bytes(skb, from, &scratch->frame[to], rest) == 0) {
+        scratch->size = to + rest;
+    }
+}
+
+static __always_inline int anyRuleMatches(struct __sk_buff* skb, struct Scratch* scratch,
+                                          struct KernelLineRecord* line, uint32_t ifId) {
+    const uint32_t version = READ_ONCE(line->rulesVersion);
+    const uint32_t key = 2 * ifId + (version & 1);
+    struct KernelRules* rules = bpf_map_lookup_elem(&talRules, &key);
+    if (!rules || rules->count == 0) {
+        return 0;
+    }
+    loadFrame(skb, scratch);
+    if (!parseFrame(scratch)) {
+        return 0;
+    }
+    const uint32_t count = rules->count;
+    for (uint32_t i = 0; i < KERNEL_RULES; ++i) {
+        if (i >= count) {
+            break;
+        }
+        if (ruleMatches(scratch, &rules->rules[i])) {
+            // Adding nothing reads the word behind all reads of the rules, on every processor.
+            return __sync_fetch_and_add(&line->rulesBegun, 0) - version < 2;
+        }
+    }
+    return 0;
+}
+
+// Whether the frame went up. The node gives a number of traps; whoever finds none left gives
+// nothing back, and the next number replaces what is left.
+static __always_inline int handUp(struct Scratch* scratch, struct KernelLineRecord* line,
+                                  struct KernelCounters* counters, uint32_t ifId) {
+    if (READ_ONCE(line->traps) <= 0 || __sync_fetch_and_add(&line->traps, -1) <= 0) {
+        return 0;
+    }
+    uint32_t size = scratch->size;
+    if (size > KERNEL_FRAME) {
+        return 0;
+    }
+    scratch->trap.ifId = ifId;
+    scratch->trap.size = size;
+    scratch->trap.unused = 0;
+    if (bpf_ringbuf_output(&talEvents, &scratch->trap, sizeof(scratch->trap) + size, 0) != 0) {
+        __sync_fetch_and_add(&line->traps, 1);
+        ++counters->values[KERNEL_TRAPS_LOST];
+        return 0;
+    }
+    ++counters->values[KERNEL_TRAPPED];
+    return 1;
+}
+
+// Global: the verifier looks at the long way of a closed gate on its own.
+__attribute__((noinline)) int closedGate(struct __sk_buff* skb, uint32_t ifId) {
+    const uint32_t zero = 0;
+    struct KernelLineRecord* line = bpf_map_lookup_elem(&talLines, &ifId);
+    struct KernelCounters* counters = bpf_map_lookup_elem(&talCounters, &ifId);
+    struct Scratch* scratch = bpf_map_lookup_elem(&talScratch, &zero);
+    if (!line || !counters || !scratch) {
+        return TC_ACT_SHOT;
+    }
+    const uint32_t gate = READ_ONCE(line->gate);
+    const int matched = anyRuleMatches(skb, scratch, line, ifId);
+    if (matched && handUp(scratch, line, counters, ifId)) {
+        return TC_ACT_SHOT;
+    }
+    ++counters->values[KERNEL_FRAMES_SEEN];
+    if (matched) {
+        ++counters->values[KERNEL_FRAMES_MATCHED];
+    }
+    if (gate == KERNEL_GATE_PENDING) {
+        ++counters->values[KERNEL_DROPPED_PENDING];
+        if (matched) {
+            ++counters->values[KERNEL_QUEUE_OVERFLOWS];
+        }
+    } else if (gate == KERNEL_GATE_REJECTED) {
+        ++counters->values[KERNEL_DROPPED_REJECTED];
+    } else {
+        ++counters->values[KERNEL_DROPPED_BLOCKED];
+    }
+    return TC_ACT_SHOT;
+}
+
+SEC("tc")
+int talIngress(struct __sk_buff* skb) {
+    const uint32_t ifIndex = skb->ifindex;
+    const uint32_t* slot = bpf_map_lookup_elem(&talSlots, &ifIndex);
+    if (!slot) {
+        return TC_ACT_SHOT;
+    }
+    const uint32_t ifId = *slot;
+    struct KernelLineRecord* line = bpf_map_lookup_elem(&talLines, &ifId);
+    if (!line) {
+        return TC_ACT_SHOT;
+    }
+    if (READ_ONCE(line->gate) != KERNEL_GATE_OPEN) {
+        return closedGate(skb, ifId);
+    }
+    struct KernelCounters* counters = bpf_map_lookup_elem(&talCounters, &ifId);
+    if (counters) {
+        ++counters->values[KERNEL_FRAMES_SEEN];
+        ++counters->values[KERNEL_FORWARDED];
+    }
+    return TC_ACT_UNSPEC;
+}
+
+SEC("tc")
+int talEgress(struct __sk_buff* skb) {
+    const uint32_t ifIndex = skb->ifindex;
+    const uint32_t* slot = bpf_map_lookup_elem(&talSlots, &ifIndex);
+    if (!slot) {
+        return TC_ACT_SHOT;
+    }
+    const uint32_t ifId = *slot;
+    struct KernelLineRecord* line = bpf_map_lookup_elem(&talLines, &ifId);
+    if (!line) {
+        return TC_ACT_SHOT;
+    }
+    if (READ_ONCE(line->gate) == KERNEL_GATE_OPEN || READ_ONCE(line->outwardOpen)) {
+        return TC_ACT_UNSPEC;
+    }
+    struct KernelCounters* counters = bpf_map_lookup_elem(&talCounters, &ifId);
+    if (counters) {
+        ++counters->values[KERNEL_DROPPED_OUTWARD];
+    }
+    return TC_ACT_SHOT;
+}
+
+// Run by the node with a kept frame: the frame enters the stack as if it had just arrived.
+SEC("xdp")
+int talPass(struct xdp_md* context) {
+    (void)context;
+    return XDP_PASS;
+}

@@ -1,0 +1,164 @@
+// What every layout keeps, so that a newer node can take over the lines of an older one: the
+// names of the maps; magic and layout as the first two words of talMeta; talSlots from
+// interface index to line; the gate as the first word of a line's record.
+#include "node/engine/kernel/gate_maps.h"
+
+#include <bpf/bpf.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+namespace node {
+namespace {
+
+constexpr std::string_view programName = "talIngress";
+constexpr uint32_t maxMaps = 64;
+
+std::optional<bpf_map_info> infoOf(int map) {
+    bpf_map_info info{};
+    uint32_t size = sizeof info;
+    if (map < 0 || bpf_obj_get_info_by_fd(map, &info, &size) != 0) {
+        return std::nullopt;
+    }
+    return info;
+}
+
+std::string pinPath(const std::string& directory, GateMaps::Map map) {
+    return directory + "/" + std::string(GateMaps::name(map));
+}
+
+}  // namespace
+
+std::string_view GateMaps::name(Map map) {
+    static constexpr std::array<std::string_view, mapCount> names{
+        "talMeta", "talSlots", "talLines", "talRules", "talCounters", "talEvents"};
+    return names[map];
+}
+
+std::optional<GateMaps> GateMaps::ofProgram(uint32_t programId, bool& refused) {
+    const Fd program(bpf_prog_get_fd_by_id(programId));
+    refused = !program && errno == EPERM;
+    std::array<uint32_t, maxMaps> ids{};
+    bpf_prog_info info{};
+    info.nr_map_ids = maxMaps;
+    info.map_ids = reinterpret_cast<uintptr_t>(ids.data());
+    uint32_t size = sizeof info;
+    if (!program || bpf_obj_get_info_by_fd(program.get(), &info, &size) != 0 ||
+        programName != info.name) {
+        return std::nullopt;
+    }
+    GateMaps maps;
+    for (uint32_t i = 0; i < info.nr_map_ids && i < maxMaps; ++i) {
+        Fd map(bpf_map_get_fd_by_id(ids[i]));
+        const auto mapInfo = infoOf(map.get());
+        for (size_t kind = 0; mapInfo && kind < mapCount; ++kind) {
+            if (name(static_cast<Map>(kind)) == mapInfo->name) {
+                maps.fds_[kind] = std::move(map);
+                break;
+            }
+        }
+    }
+    if (!maps.fds_[meta]) {
+        return std::nullopt;
+    }
+    return maps;
+}
+
+std::optional<GateMaps> GateMaps::pinnedIn(const std::string& directory) {
+    GateMaps maps;
+    for (size_t kind = 0; kind < mapCount; ++kind) {
+        maps.fds_[kind] = Fd(bpf_obj_get(pinPath(directory, static_cast<Map>(kind)).c_str()));
+    }
+    if (!maps.fds_[meta]) {
+        return std::nullopt;
+    }
+    return maps;
+}
+
+bool GateMaps::complete() const {
+    for (const Fd& fd : fds_) {
+        if (!fd) {
+            return false;
+        }
+    }
+    return true;
+}
+
+uint32_t GateMaps::layout() const {
+    const auto info = infoOf(fd(meta));
+    if (!info || info->value_size < sizeof(KernelMeta)) {
+        return 0;
+    }
+    std::vector<uint8_t> value(info->value_size);
+    const uint32_t key = 0;
+    if (bpf_map_lookup_elem(fd(meta), &key, value.data()) != 0) {
+        return 0;
+    }
+    KernelMeta found;
+    std::memcpy(&found, value.data(), sizeof found);
+    return found.magic == KERNEL_MAGIC ? found.layout : 0;
+}
+
+bool GateMaps::sameAs(const GateMaps& other) const {
+    const auto own = infoOf(fd(lines));
+    const auto others = infoOf(other.fd(lines));
+    return own && others && own->id == others->id;
+}
+
+std::optional<uint32_t> GateMaps::lineOf(unsigned ifIndex) const {
+    const auto info = infoOf(fd(slots));
+    uint32_t line = 0;
+    if (!info || info->key_size != sizeof ifIndex || info->value_size != sizeof line ||
+        bpf_map_lookup_elem(fd(slots), &ifIndex, &line) != 0) {
+        return std::nullopt;
+    }
+    return line;
+}
+
+std::vector<uint8_t> GateMaps::recordOf(unsigned ifIndex) const {
+    const auto line = lineOf(ifIndex);
+    const auto info = infoOf(fd(lines));
+    if (!line || !info) {
+        return {};
+    }
+    std::vector<uint8_t> value(info->value_size);
+    if (bpf_map_lookup_elem(fd(lines), &*line, value.data()) != 0) {
+        return {};
+    }
+    return value;
+}
+
+KernelGate GateMaps::gateOf(unsigned ifIndex) const {
+    const std::vector<uint8_t> value = recordOf(ifIndex);
+    uint32_t gate = KERNEL_GATE_BLOCKED;
+    if (value.size() >= sizeof gate) {
+        std::memcpy(&gate, value.data(), sizeof gate);
+    }
+    return gate <= KERNEL_GATE_REJECTED ? static_cast<KernelGate>(gate) : KERNEL_GATE_BLOCKED;
+}
+
+std::optional<uint32_t> GateMaps::carrierDownsOf(unsigned ifIndex) const {
+    const std::vector<uint8_t> value = recordOf(ifIndex);
+    KernelLineRecord record;
+    if (layout() != KERNEL_LAYOUT || value.size() != sizeof record) {
+        return std::nullopt;
+    }
+    std::memcpy(&record, value.data(), sizeof record);
+    return record.carrierDowns;
+}
+
+bool GateMaps::pin(const std::string& directory, std::string& error) const {
+    for (size_t kind = 0; kind < mapCount; ++kind) {
+        const std::string path = pinPath(directory, static_cast<Map>(kind));
+        std::error_code ignored;  // nothing to remove is no error; a failure shows below
+        std::filesystem::remove(path, ignored);
+        if (bpf_obj_pin(fds_[kind].get(), path.c_str()) != 0) {
+            error = path + ": " + std::strerror(errno);
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace node

@@ -1,0 +1,83 @@
+// Priority 1 lets the gate see frames before what others attach later. The clsact qdisc stays
+// when the last program goes: other filters may have come to live on it.
+#include "node/engine/kernel/tc_hook.h"
+
+#include <bpf/libbpf.h>
+
+#include <cerrno>
+
+#include "node/engine/kernel/libbpf_text.h"
+
+namespace node {
+namespace {
+
+constexpr uint32_t priority = 1;
+constexpr uint32_t handle = 0x7a1;
+
+bpf_tc_hook hookOf(unsigned ifIndex, Direction direction) {
+    bpf_tc_hook hook{};
+    hook.sz = sizeof hook;
+    hook.ifindex = static_cast<int>(ifIndex);
+    hook.attach_point = direction == Direction::fromSubscriber ? BPF_TC_INGRESS : BPF_TC_EGRESS;
+    return hook;
+}
+
+bpf_tc_opts place() {
+    bpf_tc_opts opts{};
+    opts.sz = sizeof opts;
+    opts.priority = priority;
+    opts.handle = handle;
+    return opts;
+}
+
+std::string describe(const char* what, unsigned ifIndex, int result) {
+    return std::string(what) + " interface " + std::to_string(ifIndex) + ": " + libbpfError(result);
+}
+
+}  // namespace
+
+std::optional<uint32_t> attachedProgram(unsigned ifIndex, Direction direction) {
+    const LibbpfText quiet;
+    const bpf_tc_hook hook = hookOf(ifIndex, direction);
+    bpf_tc_opts opts = place();
+    if (bpf_tc_query(&hook, &opts) != 0) {
+        return std::nullopt;
+    }
+    return opts.prog_id;
+}
+
+bool attachProgram(unsigned ifIndex, Direction direction, int program, std::string& error) {
+    const LibbpfText quiet;
+    bpf_tc_hook hook = hookOf(ifIndex, direction);
+    const int created = bpf_tc_hook_create(&hook);
+    if (created != 0 && created != -EEXIST) {
+        error = describe("no traffic hook on", ifIndex, created);
+        return false;
+    }
+    bpf_tc_opts opts = place();
+    opts.prog_fd = program;
+    opts.flags = BPF_TC_F_REPLACE;
+    const int attached = bpf_tc_attach(&hook, &opts);
+    if (attached != 0) {
+        error = describe("program not attached to", ifIndex, attached);
+        return false;
+    }
+    return true;
+}
+
+bool detachProgram(unsigned ifIndex, Direction direction, std::string& error) {
+    if (!attachedProgram(ifIndex, direction)) {
+        return true;
+    }
+    const LibbpfText quiet;
+    const bpf_tc_hook hook = hookOf(ifIndex, direction);
+    const bpf_tc_opts opts = place();
+    const int result = bpf_tc_detach(&hook, &opts);
+    if (result != 0) {
+        error = describe("program not detached from", ifIndex, result);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace node

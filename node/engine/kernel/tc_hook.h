@@ -1,0 +1,23 @@
+// The place of the node's programs on an interface: its own filter on the clsact hook, found
+// again by a fixed priority and handle. Other filters on the hook are left alone.
+// Any thread; each call is one exchange with the kernel.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace node {
+
+enum class Direction { fromSubscriber, toSubscriber };
+
+// The id of the program in the node's place; empty when the place or the interface is empty.
+std::optional<uint32_t> attachedProgram(unsigned ifIndex, Direction direction);
+
+// Takes the place; a program that is there is exchanged in one step, no frame passes between.
+bool attachProgram(unsigned ifIndex, Direction direction, int program, std::string& error);
+
+// Leaves the place empty; true also when it was.
+bool detachProgram(unsigned ifIndex, Direction direction, std::string& error);
+
+}  // namespace node

@@ -1,0 +1,28 @@
+// Numeric addresses and ports for sockets. Names are not looked up: a resolver would block.
+// Pure.
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace node::radius {
+
+struct SocketAddress {
+    sockaddr_storage storage{};
+    socklen_t size = 0;
+
+    const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&storage); }
+    int family() const { return storage.ss_family; }
+    uint16_t port() const;
+
+    bool sameHost(const SocketAddress& other) const;  // the address without the port
+
+    // An IPv4 or IPv6 address in digits; empty when it is none.
+    static std::optional<SocketAddress> parse(const std::string& address, uint16_t port);
+};
+
+}  // namespace node::radius

@@ -1,0 +1,201 @@
+// Links, gates and engine of lines on real interfaces, without any.
+#include "node/live/live_lines.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/unit/node_host/fake_gates.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using node::Gate;
+using node::LinkEvent;
+using node::LinkState;
+using node::LiveLines;
+using node_test::FakeGates;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr LinkState up{.ifIndex = 10, .up = true, .carrierDowns = 2};
+constexpr LinkState downState{.ifIndex = 10, .up = false, .carrierDowns = 3};
+
+class LiveLinesTest : public testing::Test {
+protected:
+    LiveLinesTest() : engine(loop, log) {
+        engine.addLine(1, "dsl1");
+        engine.addLine(2, "dsl2");
+        engine.onEvent([](const std::string&) {});
+    }
+    void attach(const std::optional<LinkState>& state) {
+        std::string error;
+        attached = lines.attach(lines.lines()[0], state, error);
+    }
+    void begin() {
+        lines.begin(engine, loop, [this](unsigned ifId, bool now) {
+            // The gate of a lost link is shut before anybody hears of it.
+            gateThen = gates.gate(ifId);
+            links.push_back(std::to_string(ifId) + (now ? " up" : " down"));
+            engine.link(ifId, now);
+        });
+    }
+    void runFor(node::Time time) {
+        loop.at(loop.now() + time, [this] { loop.stop(); });
+        loop.run(true);
+    }
+    // In the state in which a port opens.
+    void open() {
+        engine.setNodeAdmin(true);
+        engine.setAdmin(1, true);
+        engine.setAutoRequest(1, true);
+        attach(up);
+        begin();
+        engine.reply(1, node::Stage::authentication, true);
+        engine.reply(1, node::Stage::authorization, true);
+        ASSERT_EQ(gates.gate(1), Gate::open);
+        gates.calls.clear();
+        links.clear();
+    }
+
+    node::Loop loop{node::Pace::instant};
+    std::ostringstream out;
+    node::EventLog log{out};
+    node::Engine engine;
+    FakeGates gates;
+    LiveLines lines{{{1, "veth1", true}, {2, "veth2", false}}, gates, log};
+    std::vector<std::string> links;
+    Gate gateThen = Gate::blocked;
+    bool attached = false;
+};
+
+TEST_F(LiveLinesTest, DeviceThatIsThereGetsAGateWithWhatItsLineSays) {
+    attach(up);
+    EXPECT_TRUE(attached);
+    const auto& line = gates.lines[1].line;
+    EXPECT_EQ(line.ifIndex, 10u);
+    EXPECT_EQ(line.carrierDowns, 2u);
+    EXPECT_TRUE(line.outwardOpen);
+    EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 10"));
+    EXPECT_THAT(out.str(), HasSubstr("veth1: gate new"));
+}
+
+TEST_F(LiveLinesTest, DeviceThatIsNotThereIsNoFailure) {
+    attach(std::nullopt);
+    EXPECT_TRUE(attached);
+    EXPECT_THAT(gates.calls, IsEmpty());
+    EXPECT_THAT(out.str(), HasSubstr("veth1: not there yet"));
+    begin();
+    EXPECT_THAT(links, IsEmpty());
+}
+
+TEST_F(LiveLinesTest, FailureToAttachIsToldAtTheStart) {
+    gates.refuses = "another program is attached";
+    attach(up);
+    EXPECT_FALSE(attached);
+}
+
+TEST_F(LiveLinesTest, WithoutALinkAGateFoundOpenCloses) {
+    gates.finds = node::LineGates::Found::own;
+    gates.lines[1].gate = Gate::open;
+    attach(downState);
+    EXPECT_EQ(gates.gate(1), Gate::blocked);
+    EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 10", "linkDown 1 count 3"));
+}
+
+TEST_F(LiveLinesTest, LinksAreReportedFromTheBeginningOn) {
+    attach(up);
+    lines.changed("veth1", LinkEvent::down, downState);
+    EXPECT_THAT(links, IsEmpty());
+    begin();
+    EXPECT_THAT(links, ElementsAre("1 up"));
+    lines.changed("veth1", LinkEvent::down, downState);
+    lines.changed("veth1", LinkEvent::up, up);
+    EXPECT_THAT(links, ElementsAre("1 up", "1 down", "1 up"));
+    lines.changed("other", LinkEvent::up, up);
+    EXPECT_EQ(links.size(), 3u);
+}
+
+TEST_F(LiveLinesTest, LostLinkShutsTheGateFirst) {
+    open();
+    lines.changed("veth1", LinkEvent::down, downState);
+    EXPECT_EQ(gateThen, Gate::blocked);
+    EXPECT_THAT(gates.calls, ElementsAre("linkDown 1 count 3"));
+    EXPECT_EQ(gates.gate(1), Gate::blocked);
+    EXPECT_EQ(engine.status(1)->state, node::PortState::blocked);
+}
+
+TEST_F(LiveLinesTest, DeviceThatComesBackGetsItsGateBeforeItsLink) {
+    open();
+    lines.changed("veth1", LinkEvent::down, downState);
+    lines.changed("veth1", LinkEvent::gone, downState);
+    gates.calls.clear();
+    lines.changed("veth1", LinkEvent::appeared, {.ifIndex = 11, .up = true, .carrierDowns = 0});
+    EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 11"));
+    EXPECT_EQ(gates.gate(1), Gate::blocked);
+    EXPECT_THAT(links, ElementsAre("1 down"));
+    lines.changed("veth1", LinkEvent::up, {.ifIndex = 11, .up = true, .carrierDowns = 0});
+    EXPECT_THAT(links, ElementsAre("1 down", "1 up"));
+    EXPECT_EQ(gates.gate(1), Gate::pending) << "automatic request";
+}
+
+TEST_F(LiveLinesTest, DeviceWithoutAGateHasNoLinkAndIsTriedAgain) {
+    attach(std::nullopt);
+    begin();
+    gates.refuses = "no room";
+    lines.changed("veth1", LinkEvent::appeared, up);
+    lines.changed("veth1", LinkEvent::up, up);
+    EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: no room"));
+    EXPECT_THAT(links, IsEmpty());
+    loop.at(2s + 500ms, [this] { gates.refuses.clear(); });
+    runFor(4s);
+    EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 10", "attach 1 at 10", "attach 1 at 10",
+                                         "attach 1 at 10"));
+    EXPECT_THAT(links, ElementsAre("1 up"));
+}
+
+TEST_F(LiveLinesTest, DeviceThatIsGoneIsNotTriedAgain) {
+    attach(std::nullopt);
+    begin();
+    gates.refuses = "no room";
+    lines.changed("veth1", LinkEvent::appeared, downState);
+    lines.changed("veth1", LinkEvent::gone, downState);
+    gates.calls.clear();
+    runFor(3s);
+    EXPECT_THAT(gates.calls, IsEmpty());
+}
+
+TEST_F(LiveLinesTest, AtTheEndTheGatesStayAsTheyAre) {
+    open();
+    lines.end();
+    engine.setNodeAdmin(false);
+    lines.changed("veth1", LinkEvent::down, downState);
+    EXPECT_EQ(gates.gate(1), Gate::open);
+    EXPECT_THAT(gates.calls, IsEmpty());
+}
+
+TEST_F(LiveLinesTest, KeptFramesGoOnWhereThereIsADevice) {
+    open();
+    const std::vector<uint8_t> frame(60);
+    lines.forward(1, frame);
+    lines.forward(9, frame);
+    EXPECT_THAT(gates.calls, ElementsAre("reinject 1 60"));
+    gates.refuses = "too long";
+    lines.forward(1, frame);
+    EXPECT_THAT(out.str(), HasSubstr("a kept frame is lost: too long"));
+}
+
+TEST_F(LiveLinesTest, GateFoundOpenIsExplained) {
+    gates.finds = node::LineGates::Found::own;
+    gates.lines[1].gate = Gate::open;
+    attach(up);
+    EXPECT_THAT(out.str(), HasSubstr("veth1: gate found open"));
+    begin();
+    EXPECT_THAT(out.str(), HasSubstr("closed: it was found open, but there is no stored login"));
+    EXPECT_EQ(gates.gate(1), Gate::blocked);
+}
+
+}  // namespace
