@@ -401,6 +401,24 @@ TEST_F(ClientServer, BrokenChannelHandsOverAndAProbeOnANewOneBringsTheServerBack
     EXPECT_EQ("accepted by first", outcomeOf(ticket));
 }
 
+TEST_F(ClientServer, SilentReliableChannelIsGivenUpAndProbesUseNewOnes) {
+    first_.reliable = true;
+    start();
+    login();
+    reactor_.advance(Time(7'100'000));
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    ASSERT_EQ(1U, first_.probes.size());
+    EXPECT_EQ(1U, first_.probes[0].channel);
+    EXPECT_EQ(1U, first_.channelsOpen());
+    reactor_.advance(Time(6'000'000));
+    ASSERT_EQ(2U, first_.probes.size());
+    EXPECT_EQ(2U, first_.probes[1].channel);
+    reactor_.settle();
+    EXPECT_EQ(1U, first_.channelsOpen());
+    first_.answer(first_.probes[1], Code::accessAccept);
+    EXPECT_EQ(ServerState::alive, status(0).state);
+}
+
 TEST_F(ClientServer, IdleChannelMayCloseWithoutHarm) {
     first_.reliable = true;
     start();

@@ -14,7 +14,9 @@
 //
 // On a reliable channel nothing is sent twice: a request there waits as long as all tries would
 // take. If such a channel breaks with requests under way the server counts as dead; the probe
-// that follows makes a new connection.
+// that follows makes a new connection. So it does when the server died of silence, or a probe was
+// not answered: the other side may be gone without a word, and a connection would notice only
+// after minutes.
 // Tested by tests/radius/client_server_test.cpp.
 #include "node/isa/radius/client/server.h"
 
@@ -85,11 +87,23 @@ std::optional<size_t> Server::roomIn() {
 std::optional<size_t> Server::grow() {
     const auto gap = std::find(associations_.begin(), associations_.end(), nullptr);
     const auto index = static_cast<size_t>(gap - associations_.begin());
-    Channel::Events events;
-    events.received = [this, index](Bytes datagram) { received(index, datagram); };
-    events.failed = [this] { ++counters_.lineErrors; };
-    events.broken = [this, index] { channelBroken(index); };
     auto association = std::make_unique<Association>();
+    Channel::Events events;
+    // A channel that was retired may still call until it is swept away.
+    const auto current = [this, index, own = association.get()] {
+        return associations_[index].get() == own;
+    };
+    events.received = [this, index, current](Bytes datagram) {
+        if (current()) {
+            received(index, datagram);
+        }
+    };
+    events.failed = [this] { ++counters_.lineErrors; };
+    events.broken = [this, index, current] {
+        if (current()) {
+            channelBroken(index);
+        }
+    };
     association->channel = settings_.makeChannel(std::move(events));
     if (!association->channel) {
         ++counters_.lineErrors;
@@ -120,8 +134,7 @@ void Server::channelBroken(size_t index) {
         }
         abandon(flying);
     }
-    broken_.push_back(std::move(associations_[index]));
-    sweepTimer_.add(reactor_.now(), 0);
+    retire(index);
     for (const uint64_t ticket : handedBack) {
         ++counters_.handedBack;
         events_.undelivered(ticket);
@@ -130,6 +143,17 @@ void Server::channelBroken(size_t index) {
         die();
     } else {
         events_.idle();
+    }
+}
+
+void Server::retire(size_t index) {
+    broken_.push_back(std::move(associations_[index]));
+    sweepTimer_.add(reactor_.now(), 0);
+}
+
+void Server::retireSilent(size_t index) {
+    if (associations_[index] && associations_[index]->channel->reliable()) {
+        retire(index);
     }
 }
 
@@ -205,6 +229,7 @@ void Server::due(Flying flying) {
     abandon(flying);
     if (probed) {
         probeFlying_.reset();
+        retireSilent(indexOf(flying));
         return;
     }
     ++counters_.timeouts;
@@ -325,6 +350,9 @@ void Server::die() {
         ++counters_.handedBack;
         events_.undelivered(flightOf(flying).ticket);
     }
+    for (size_t index = 0; index < associations_.size(); ++index) {
+        retireSilent(index);
+    }
     scheduleProbe(settings_.statusServer ? Time(0) : settings_.restTime);
     events_.changed(state_);
 }
@@ -357,8 +385,10 @@ void Server::probe() {
         return;
     }
     if (probeFlying_) {
-        abandon(*probeFlying_);
+        const Flying unanswered = *probeFlying_;
+        abandon(unanswered);
         probeFlying_.reset();
+        retireSilent(indexOf(unanswered));
     }
     scheduleProbe(settings_.probeInterval);
     if (const std::optional<size_t> index = roomIn()) {

@@ -53,6 +53,8 @@ private:
     void land(size_t index, uint8_t id, const PacketView& answer);
     void count(const PacketView& answer, const Flight& flight);
     void channelBroken(size_t index);
+    void retire(size_t index);        // its requests are settled; destroyed soon
+    void retireSilent(size_t index);  // if what gets lost should have broken it
 
     std::optional<size_t> roomIn();  // an association with a free identifier
     std::optional<size_t> grow();
