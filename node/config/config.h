@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "node/config/radius_section.h"
 #include "node/profile.h"
 #include "rpc/rpctal.h"
 
@@ -100,6 +101,7 @@ struct Config {
     Node node;
     Control control;
     Isa isa;
+    std::optional<RadiusConfig> radius;  // then isa says nothing
     Profiles profiles;
     std::vector<Interface> interfaces;  // at least one, in the file's order
     std::vector<Change> changes;        // ascending

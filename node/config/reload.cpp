@@ -42,6 +42,14 @@ std::string needsRestart(const Config& now, const Config& next) {
     if (now.control != next.control) {
         return next.file + ": control" + cannot;
     }
+    if (now.radius.has_value() != next.radius.has_value()) {
+        return next.file + ": who answers logins, [isa] or [radius]," + cannot;
+    }
+    if (now.radius) {
+        if (const std::string key = radiusNeedsRestart(*now.radius, *next.radius); !key.empty()) {
+            return next.file + ": radius." + key + cannot;
+        }
+    }
     if (now.profiles.file != next.profiles.file) {
         return next.file + ": profiles.file" + cannot;
     }
