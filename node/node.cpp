@@ -46,12 +46,12 @@ UserList userList(const Config::Isa& isa) {
     return users;
 }
 
-// Without captures there is no time but the wall's.
+// Without captures there is no time but the wall's; servers know no other either.
 Pace paceOf(const Config& config, const Node::Options& options) {
     const bool captures =
         std::any_of(config.interfaces.begin(), config.interfaces.end(),
                     [](const Config::Interface& interface) { return !interface.capture.empty(); });
-    return captures && !options.recordedPace ? Pace::instant : Pace::recorded;
+    return captures && !options.recordedPace && !config.radius ? Pace::instant : Pace::recorded;
 }
 
 std::string verdictText(Isa::Verdict verdict) {
@@ -102,6 +102,9 @@ Node::Node(const Config& config, const Options& options, std::ostream& out)
             loop_.add(*line.capture);
         }
         lines_.push_back(std::move(line));
+    }
+    if (config_.radius) {
+        useRadius(*config_.radius);
     }
 }
 
@@ -221,6 +224,9 @@ std::string Node::reload(const std::string& path) {
         Config next = loadConfig(path);
         problem = needsRestart(config_, next);
         if (problem.empty()) {
+            if (radius_) {
+                radius_->reload(*next.radius);
+            }
             isa_.replaceUsers(userList(next.isa));
             config_ = std::move(next);
             applyConfig();
@@ -332,6 +338,9 @@ void Node::showProgress() {
 void Node::stop() {
     management_.reset();
     isa_.close();
+    if (radius_) {
+        radius_->close();
+    }
     for (const std::string& name : stopEntities(order_)) {
         log_.line("module", "entity \"" + name + "\" did not stop cleanly");
     }
@@ -354,7 +363,7 @@ RunReport Node::run() {
     const bool captures = std::any_of(lines_.begin(), lines_.end(), [](const PlayedLine& line) {
         return line.capture != nullptr;
     });
-    loop_.run(captures && !options_.stay);
+    loop_.run(captures && !options_.stay && !radius_);
     for (const PlayedLine& line : lines_) {
         if (line.capture && !line.capture->damage().empty()) {
             log_.line(line.id, "capture", line.capture->damage());

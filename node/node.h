@@ -14,6 +14,7 @@
 #include "node/engine/capture/capture.h"
 #include "node/engine/engine.h"
 #include "node/isa/isa.h"
+#include "node/isa/radius_isa.h"
 #include "node/log/event_log.h"
 #include "node/loop/loop.h"
 #include "node/management/management.h"
@@ -32,8 +33,8 @@ public:
         std::string controlSocket{};  // empty: the configuration's
     };
 
-    // Opens the captures and the profiles; CaptureError or ProfileError when one cannot be used
-    // at all.
+    // Opens the captures, the profiles and what RADIUS needs; CaptureError, ProfileError,
+    // ConfigError or SessionFileError when one cannot be used at all.
     Node(const Config& config, const Options& options, std::ostream& out);
     ~Node();
     Node(const Node&) = delete;
@@ -61,6 +62,7 @@ private:
     };
 
     void attach();
+    void useRadius(const RadiusConfig& config);
     void start();
     void applyConfig();
     void noteDeleted();
@@ -85,6 +87,7 @@ private:
     Loop loop_;
     Engine engine_;
     Isa isa_;
+    std::unique_ptr<RadiusIsa> radius_;  // null: the list of users answers
     ProfileStore profiles_;
     std::vector<PlayedLine> lines_;
     std::map<unsigned, std::string> stored_;  // the storage file as last seen
