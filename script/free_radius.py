@@ -114,6 +114,10 @@ server default {
     accounting {
         accounted
         SIGN
+        Acct-Type Status-Server {
+            SIGN
+            ok
+        }
     }
 }
 """

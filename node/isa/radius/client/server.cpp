@@ -266,8 +266,12 @@ void Server::received(size_t index, Bytes datagram) {
     if (flight.state == Flight::State::unused) {
         return drop(Drop::unknownId);
     }
-    const Demand demand = flight.purpose == Purpose::accounting ? settings_.accountingDemand
-                                                                : Demand::messageAuthenticator;
+    // An accounting server answers probes as it answers accounting.
+    const bool ofAccounting =
+        flight.purpose == Purpose::accounting ||
+        (flight.purpose == Purpose::probe && answer->code() == Code::accountingResponse);
+    const Demand demand =
+        ofAccounting ? settings_.accountingDemand : Demand::messageAuthenticator;
     switch (signer_.proveAnswer(*answer, flight.authenticator, demand)) {
         case Proof::badAuthenticator:
             return drop(Drop::badAuthenticator);
