@@ -429,8 +429,8 @@ void RadiusIsa::sessionOver(unsigned ifId) {
         again_[ifId] = {login.block, true};
     }
     login.endCause = radius::TerminateCause::sessionTimeout;
-    closed(ifId, login, Why::ended);
     lines_.end(ifId);
+    closed(ifId, login, Why::ended);
     lines_.ask(ifId);
 }
 

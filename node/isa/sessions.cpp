@@ -4,9 +4,9 @@
 // taken is sent again under the same session id, which servers recognise. Changes are gathered
 // for a moment, so that many lines at once cost one write.
 //
-// A Stop waits for its Start. In between only one record of a session is under way, and an
-// interim record that finds another one under way is left out.
-// Tested by tests/unit/node_host/sessions_test.cpp; with a real server by
+// A Stop waits for its Start, and the Start of a line's next session for that Stop. In between only
+// one record of a session is under way, and an interim record that finds another one under way is
+// left out. Tested by tests/unit/node_host/sessions_test.cpp; with a real server by
 // tests/scenario/radius_node_test.py.
 #include "node/isa/sessions.h"
 
@@ -128,7 +128,7 @@ void Sessions::open(unsigned ifId, const radius::Line& line,
     if (Session* const before = current(ifId)) {
         if (before->left && resume) {
             before->left = false;
-            before->atOpen = settings_.trafficOf(ifId);
+            before->atOpen = counted_[ifId];
             before->stored.classes = classes.empty() ? before->stored.classes : classes;
             log_.line(ifId, "session", before->stored.id + " goes on");
             scheduleInterim(*before);
@@ -144,7 +144,7 @@ void Sessions::open(unsigned ifId, const radius::Line& line,
     session.stored.id = newId(ifId, session.stored.began);
     session.stored.line = line;
     session.stored.classes = classes;
-    session.atOpen = settings_.trafficOf(ifId);
+    session.atOpen = counted_[ifId];
     log_.line(ifId, "session", session.stored.id + " begins");
     const Id id = session.stored.id;
     current_[ifId] = id;
@@ -181,6 +181,9 @@ void Sessions::close(unsigned ifId, radius::TerminateCause cause) {
 
 void Sessions::end(Session& session, radius::TerminateCause cause) {
     session.stored.traffic = trafficOf(session);
+    if (!session.left) {
+        counted_[session.stored.ifId] = settings_.trafficOf(session.stored.ifId);
+    }
     session.stored.ended = std::max<int64_t>(settings_.wall(), 1);
     session.stored.cause = cause;
     session.left = false;
@@ -254,13 +257,20 @@ void Sessions::flush() {
     }
     write();
     std::vector<Id> ids;
+    std::set<unsigned> ending;  // lines with a session that has ended
     for (const auto& [id, session] : sessions_) {
         ids.push_back(id);
+        if (session.stored.ended != 0) {
+            ending.insert(session.stored.ifId);
+        }
     }
     bool refused = writeFailed_;
     for (const Id& id : ids) {
         const Session& session = sessions_.at(id);
         if (!client_ || session.ticket != 0) {
+            continue;
+        }
+        if (session.stored.ended == 0 && ending.contains(session.stored.ifId)) {
             continue;
         }
         if (!session.stored.announced) {

@@ -57,7 +57,7 @@ private:
     struct Session {
         StoredSession stored;
         Traffic before;  // of earlier processes
-        Traffic atOpen;  // the line's numbers when it began here
+        Traffic atOpen;  // the line's numbers before it began here
         bool left = false;
         radius::Client::Ticket ticket = 0;  // of the Start, Interim or Stop under way
         Time nextInterim{0};
@@ -81,7 +81,8 @@ private:
     EventLog& log_;
     const Settings settings_;
     std::map<Id, Session> sessions_;
-    std::map<unsigned, Id> current_;  // of each line, not yet ended
+    std::map<unsigned, Traffic> counted_;  // of each line, in sessions that ended
+    std::map<unsigned, Id> current_;       // of each line, not yet ended
     radius::LoginFormat format_;
     Time interim_{0};
     std::unique_ptr<radius::Client> client_;

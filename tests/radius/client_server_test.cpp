@@ -315,6 +315,27 @@ TEST_F(ClientServer, AccountingServerThatDoesNotSignComesBackWhenThatIsAllowed) 
     }
 }
 
+TEST_F(ClientServer, ServerThatAnswersProbesSlowlyComesBack) {
+    start({}, 1);
+    killFirst();
+    reactor_.advance(6 * second);
+    ASSERT_EQ(2U, first_.probes.size());
+    first_.answer(first_.probes[0], Code::accessAccept);
+    EXPECT_EQ(ServerState::alive, status(0).state);
+    EXPECT_EQ(1U, status(0).counters.probeAnswers);
+    first_.answer(first_.probes[0], Code::accessAccept);
+    EXPECT_EQ(1U, dropped(0, Drop::duplicate));
+}
+
+TEST_F(ClientServer, AnswerToAProbeOfLongAgoSaysNothing) {
+    start({}, 1);
+    killFirst();
+    reactor_.advance(20 * second);
+    first_.answer(first_.probes[0], Code::accessAccept);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    EXPECT_EQ(1U, dropped(0, Drop::late));
+}
+
 TEST_F(ClientServer, SecondAnswerIsADuplicate) {
     start();
     const auto ticket = login();

@@ -289,10 +289,26 @@ void Server::received(size_t index, Bytes datagram) {
         case Flight::State::answered:
             return drop(Drop::duplicate);
         case Flight::State::abandoned:
-            return drop(Drop::late);
+            return stillTells(flight) ? lateProbe(flight) : drop(Drop::late);
         default:
             land(index, answer->id(), *answer);
     }
+}
+
+// A probe is followed by the next one whether it was answered or not. If the server is slower than
+// that, its answer says all the same that it lives; but not for ever, as it may have been held
+// back by somebody.
+bool Server::stillTells(const Flight& flight) const {
+    return flight.purpose == Purpose::probe &&
+           reactor_.now() - flight.firstSent <=
+               retryTotal(settings_.retry) + 2 * settings_.probeInterval;
+}
+
+void Server::lateProbe(Flight& flight) {
+    flight.state = Flight::State::answered;
+    lastAnswer_ = reactor_.now();
+    ++counters_.probeAnswers;
+    probeAnswered();
 }
 
 void Server::land(size_t index, uint8_t id, const PacketView& answer) {

@@ -50,6 +50,8 @@ public:
 private:
     void received(size_t index, Bytes datagram);
     bool acceptable(const PacketView& answer, const Flight& flight, Purpose purpose);
+    bool stillTells(const Flight& flight) const;
+    void lateProbe(Flight& flight);
     void land(size_t index, uint8_t id, const PacketView& answer);
     void count(const PacketView& answer, const Flight& flight);
     void channelBroken(size_t index);
