@@ -77,6 +77,8 @@ int main(int argc, char** argv) {
         return runNode(configPath, options, reportPath);
     } catch (const node::ConfigError& error) {
         return fail(exitWrongInput, error.what());
+    } catch (const node::SessionFileError& error) {
+        return fail(exitWrongInput, error.what());
     } catch (const node::CaptureError& error) {
         return fail(exitWrongInput, error.what());
     } catch (const node::ProfileError& error) {

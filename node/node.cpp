@@ -56,9 +56,10 @@ bool hasDevices(const Config& config) {
                        [](const Config::Interface& each) { return !each.device.empty(); });
 }
 
-// Without captures, and with devices, there is no time but the wall's.
+// Without captures there is no time but the wall's; devices and servers know no other either.
 Pace paceOf(const Config& config, const Node::Options& options) {
-    const bool jumps = hasCaptures(config) && !hasDevices(config) && !options.recordedPace;
+    const bool jumps = hasCaptures(config) && !hasDevices(config) && !config.radius &&
+                       !options.recordedPace;
     return jumps ? Pace::instant : Pace::recorded;
 }
 
@@ -122,7 +123,10 @@ Node::Node(const Config& config, const Options& options, std::ostream& out)
         }
         lines_.push_back(std::move(line));
     }
-    if (hasDevices(config_)) {
+    if (config_.radius) {
+        useRadius(*config_.radius);
+    }
+    if (hasDevices(config_)) {  // last: it gives up privileges that files may need
         openDevices();
     }
 }
@@ -257,6 +261,9 @@ std::string Node::reload(const std::string& path) {
         Config next = loadConfig(path);
         problem = needsRestart(config_, next);
         if (problem.empty()) {
+            if (radius_) {
+                radius_->reload(*next.radius);
+            }
             isa_.replaceUsers(userList(next.isa));
             config_ = std::move(next);
             applyConfig();
@@ -329,7 +336,8 @@ void Node::startManagement() {
         config.control.socket = options_.controlSocket;
     }
     if (!config.control.socket.empty() || !config.control.listen.empty()) {
-        management_ = std::make_unique<Management>(config, *library_, engine_, profiles_, log_);
+        management_ = std::make_unique<Management>(config, *library_, engine_, profiles_, log_,
+                                                   radius_.get());
         watchStorage();
     }
 }
@@ -377,6 +385,9 @@ void Node::stop() {
     if (live_) {
         live_->end();  // what the module still does on its way out moves no gate
     }
+    if (radius_) {
+        radius_->close();
+    }
     for (const std::string& name : stopEntities(order_)) {
         log_.line("module", "entity \"" + name + "\" did not stop cleanly");
     }
@@ -396,7 +407,7 @@ RunReport Node::run() {
     scheduleLinks();
     scheduleChanges();
     loop_.everySecond([this] { showProgress(); });
-    loop_.run(hasCaptures(config_) && !live_ && !options_.stay);
+    loop_.run(hasCaptures(config_) && !live_ && !radius_ && !options_.stay);
     for (const PlayedLine& line : lines_) {
         if (line.capture && !line.capture->damage().empty()) {
             log_.line(line.id, "capture", line.capture->damage());

@@ -14,6 +14,7 @@
 #include "node/engine/capture/capture.h"
 #include "node/engine/engine.h"
 #include "node/isa/isa.h"
+#include "node/isa/radius_isa.h"
 #include "node/live/live_engine.h"
 #include "node/log/event_log.h"
 #include "node/loop/loop.h"
@@ -33,8 +34,9 @@ public:
         std::string controlSocket{};  // empty: the configuration's
     };
 
-    // Opens the captures, the profiles and the devices; CaptureError, ProfileError or LiveError
-    // when one cannot be used at all. With devices the process gives up privileges, for good.
+    // Opens the captures, the profiles, what RADIUS needs and the devices; CaptureError,
+    // ProfileError, ConfigError, SessionFileError or LiveError when one cannot be used at all.
+    // With devices the process gives up privileges, for good.
     Node(const Config& config, const Options& options, std::ostream& out);
     ~Node();
     Node(const Node&) = delete;
@@ -65,6 +67,7 @@ private:
     };
 
     void attach();
+    void useRadius(const RadiusConfig& config);
     void start();
     void applyConfig();
     void noteDeleted();
@@ -90,6 +93,7 @@ private:
     Loop loop_;
     Engine engine_;
     Isa isa_;
+    std::unique_ptr<RadiusIsa> radius_;  // null: the list of users answers
     ProfileStore profiles_;
     std::vector<PlayedLine> lines_;
     std::unique_ptr<LiveEngine> live_;        // null: no line has a device

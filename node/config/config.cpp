@@ -387,6 +387,14 @@ Config parseConfig(const std::string& text, const std::string& fileName,
     if (std::optional<Section> section = file.section("isa")) {
         config.isa = readIsa(std::move(*section));
     }
+    if (std::optional<Section> section = file.section("radius")) {
+        if (file.has("isa")) {
+            file.fail("isa",
+                      "cannot stand beside [radius]: logins are answered by a list of users "
+                      "or by servers");
+        }
+        config.radius = readRadius(std::move(*section), directory);
+    }
     if (std::optional<Section> section = file.section("profiles")) {
         config.profiles = readProfiles(std::move(*section), directory);
     }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "node/config/radius_section.h"
 #include "node/profile.h"
 #include "rpc/rpctal.h"
 
@@ -109,6 +110,7 @@ struct Config {
     Node node;
     Control control;
     Isa isa;
+    std::optional<RadiusConfig> radius;  // then isa says nothing
     Profiles profiles;
     Engine engine;
     std::vector<Interface> interfaces;  // at least one, in the file's order

@@ -47,6 +47,14 @@ std::string needsRestart(const Config& now, const Config& next) {
     if (now.engine != next.engine) {
         return next.file + ": engine" + cannot;
     }
+    if (now.radius.has_value() != next.radius.has_value()) {
+        return next.file + ": who answers logins, [isa] or [radius]," + cannot;
+    }
+    if (now.radius) {
+        if (const std::string key = radiusNeedsRestart(*now.radius, *next.radius); !key.empty()) {
+            return next.file + ": radius." + key + cannot;
+        }
+    }
     if (now.profiles.file != next.profiles.file) {
         return next.file + ": profiles.file" + cannot;
     }

@@ -251,6 +251,51 @@ v1::StoredLogin messageOf(const StoredLogin& login) {
     return message;
 }
 
+namespace {
+
+v1::ServerCounters messageOf(const ServerCounters& counters) {
+    v1::ServerCounters message;
+    message.set_requests(counters.requests);
+    message.set_retransmissions(counters.retransmissions);
+    message.set_accepts(counters.accepts);
+    message.set_rejects(counters.rejects);
+    message.set_challenges(counters.challenges);
+    message.set_accounting_answers(counters.accountingAnswers);
+    message.set_timeouts(counters.timeouts);
+    message.set_handed_back(counters.handedBack);
+    message.set_withdrawn(counters.withdrawn);
+    message.set_probes(counters.probes);
+    message.set_probe_answers(counters.probeAnswers);
+    message.set_deaths(counters.deaths);
+    message.set_returns(counters.returns);
+    message.set_line_errors(counters.lineErrors);
+    return message;
+}
+
+v1::ServerDrops messageOf(const ServerDrops& dropped) {
+    v1::ServerDrops message;
+    message.set_malformed(dropped.malformed);
+    message.set_unknown_id(dropped.unknownId);
+    message.set_bad_authenticator(dropped.badAuthenticator);
+    message.set_no_message_authenticator(dropped.noMessageAuthenticator);
+    message.set_bad_message_authenticator(dropped.badMessageAuthenticator);
+    message.set_wrong_code(dropped.wrongCode);
+    message.set_late(dropped.late);
+    message.set_duplicate(dropped.duplicate);
+    return message;
+}
+
+v1::RoundTrip messageOf(const RoundTrip& roundTrip) {
+    v1::RoundTrip message;
+    message.set_count(roundTrip.count);
+    message.set_p50_us(roundTrip.p50);
+    message.set_p90_us(roundTrip.p90);
+    message.set_p99_us(roundTrip.p99);
+    return message;
+}
+
+}  // namespace
+
 v1::Server messageOf(const ServerView& server) {
     v1::Server message;
     message.set_name(escaped(server.name));
@@ -260,6 +305,13 @@ v1::Server messageOf(const ServerView& server) {
     message.set_requests(server.requests);
     message.set_timeouts(server.timeouts);
     message.set_note(escaped(server.note));
+    message.set_state(escaped(server.state));
+    message.set_transport(escaped(server.transport));
+    message.set_in_flight(server.inFlight);
+    message.set_channels(server.channels);
+    *message.mutable_counters() = messageOf(server.counters);
+    *message.mutable_dropped() = messageOf(server.dropped);
+    *message.mutable_round_trip() = messageOf(server.roundTrip);
     return message;
 }
 

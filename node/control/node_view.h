@@ -34,6 +34,41 @@ struct InterfaceView {
     bool anyRule = false;       // it holds a rule for any frame
 };
 
+struct ServerCounters {
+    uint64_t requests = 0;
+    uint64_t retransmissions = 0;
+    uint64_t accepts = 0;
+    uint64_t rejects = 0;
+    uint64_t challenges = 0;
+    uint64_t accountingAnswers = 0;
+    uint64_t timeouts = 0;
+    uint64_t handedBack = 0;
+    uint64_t withdrawn = 0;
+    uint64_t probes = 0;
+    uint64_t probeAnswers = 0;
+    uint64_t deaths = 0;
+    uint64_t returns = 0;
+    uint64_t lineErrors = 0;
+};
+
+struct ServerDrops {
+    uint64_t malformed = 0;
+    uint64_t unknownId = 0;
+    uint64_t badAuthenticator = 0;
+    uint64_t noMessageAuthenticator = 0;
+    uint64_t badMessageAuthenticator = 0;
+    uint64_t wrongCode = 0;
+    uint64_t late = 0;
+    uint64_t duplicate = 0;
+};
+
+struct RoundTrip {  // microseconds
+    uint64_t count = 0;
+    uint64_t p50 = 0;
+    uint64_t p90 = 0;
+    uint64_t p99 = 0;
+};
+
 struct ServerView {
     std::string name;
     std::string address;
@@ -42,6 +77,13 @@ struct ServerView {
     uint32_t requests = 0;
     uint32_t timeouts = 0;
     std::string note;
+    std::string state{};
+    std::string transport{};
+    uint32_t inFlight = 0;
+    uint32_t channels = 0;
+    ServerCounters counters{};
+    ServerDrops dropped{};
+    RoundTrip roundTrip{};
 };
 
 class NodeView {

@@ -76,6 +76,7 @@ private:
     void ruleBundle();
     void stats();
     void logins();
+    void servers();
     void storeShow();
     void storeVerify();
     void events();
@@ -275,6 +276,7 @@ void Talctl::buildOther() {
     command(&app_, "logins", "stored logins, as the node's file holds them", &Talctl::logins)
         ->add_option("interface", interface_, interfaceHelp)
         ->type_name("INTERFACE");
+    command(&app_, "servers", "the servers that ISA asks, with their counters", &Talctl::servers);
     CLI::App* const events = command(&app_, "events", "what happens, live", &Talctl::events);
     events->add_option("interface", interface_, interfaceHelp)->type_name("INTERFACE");
     oneOf(events->add_option("--kind", eventKinds_, "only these; may be repeated"), eventKindNames)
@@ -507,6 +509,10 @@ void Talctl::logins() {
     v1::ListStoredLoginsRequest request;
     request.set_interface(interface_.empty() ? 0 : interface());
     show(client().call(&Stub::ListStoredLogins, request));
+}
+
+void Talctl::servers() {
+    show(client().call(&Stub::ListServers));
 }
 
 v1::ListStoredLoginsResponse Talctl::fileContents() const {

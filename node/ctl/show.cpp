@@ -52,7 +52,8 @@ std::map<std::string, uint32_t> interfacesByState(const v1::ListInterfacesRespon
     return counts;
 }
 
-Json jsonOf(const v1::ListServersResponse& list) {
+// In few words, beside the rest of the node.
+Json summaryOf(const v1::ListServersResponse& list) {
     Json servers = Json::array();
     for (const v1::Server& server : list.servers()) {
         servers.add(Json::object()
@@ -67,7 +68,7 @@ Json jsonOf(const v1::ListServersResponse& list) {
     return servers;
 }
 
-std::string tableOf(const v1::ListServersResponse& list) {
+std::string summaryTableOf(const v1::ListServersResponse& list) {
     Table table({"SERVER", "ADDRESS", "ROLE", "STATE", "REQUESTS", "TIMEOUTS", "NOTE"});
     for (const v1::Server& server : list.servers()) {
         table.add({server.name(), server.address(), server.role(),
@@ -159,7 +160,7 @@ std::string tableOf(const Status& status) {
     table.add({"stored logins", std::to_string(status.logins.logins_size()) +
                                     (status.logins.valid() ? "" : ", the file is corrupt")});
     table.add({"event clients", std::to_string(node.event_clients())});
-    return table.text() + tableOf(status.servers);
+    return table.text() + summaryTableOf(status.servers);
 }
 
 Json jsonOf(const Status& status) {
@@ -185,7 +186,7 @@ Json jsonOf(const Status& status) {
         .add("stored_logins", Json::object()
                                   .add("valid", status.logins.valid())
                                   .add("count", static_cast<uint32_t>(status.logins.logins_size())))
-        .add("servers", jsonOf(status.servers));
+        .add("servers", summaryOf(status.servers));
 }
 
 std::string tableOf(const v1::ListInterfacesResponse& list) {

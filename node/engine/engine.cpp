@@ -70,7 +70,7 @@ void Engine::carryOut(Followup followup, std::span<const uint8_t> frame) {
     if (!followup.trapText.empty()) {
         log_.line(followup.ifId, "trap", followup.trapText);
     }
-    logMove(followup.ifId, outcome);
+    tellMove(followup.ifId, outcome);
     if (forward_) {
         for (const Port::Bytes& kept : outcome.forward) {
             forward_(followup.ifId, kept);
@@ -84,7 +84,7 @@ void Engine::carryOut(Followup followup, std::span<const uint8_t> frame) {
     }
 }
 
-void Engine::logMove(unsigned ifId, const Port::Outcome& outcome) {
+void Engine::tellMove(unsigned ifId, const Port::Outcome& outcome) {
     if (!outcome.moved()) {
         return;
     }
@@ -96,6 +96,9 @@ void Engine::logMove(unsigned ifId, const Port::Outcome& outcome) {
                 (outcome.forward.size() == 1 ? "" : "s") + " forwarded";
     }
     log_.line(ifId, "gate", text);
+    if (moved_) {
+        moved_(ifId, outcome.to, outcome.cause);
+    }
 }
 
 bool Engine::apply(unsigned ifId, const Input& input) {
@@ -204,6 +207,10 @@ bool Engine::reply(unsigned ifId, Stage stage, bool accepted) {
 
 bool Engine::sendStoredRequest(unsigned ifId) {
     return ifId != 0 && apply(ifId, [this](Port& port) { return port.storedRequest(loop_.now()); });
+}
+
+void Engine::end(unsigned ifId) {
+    apply(ifId, [this](Port& port) { return port.end(loop_.now()); });
 }
 
 bool Engine::read(unsigned ifId, const std::function<void(const Port&)>& use) const {

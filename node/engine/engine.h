@@ -24,6 +24,7 @@ class Engine {
 public:
     using RaiseEvent = std::function<void(const std::string& line)>;
     using Forward = std::function<void(unsigned ifId, std::span<const uint8_t> frame)>;
+    using Moved = std::function<void(unsigned ifId, PortState to, Cause cause)>;
 
     struct LineStatus {
         PortState state = PortState::blocked;
@@ -39,9 +40,10 @@ public:
     Engine(Loop& loop, EventLog& log) : loop_(loop), log_(log) {}
 
     // Wiring, before anything else. `raise` is called on the loop, `forward` from frame() or
-    // a reply with frames that pass an open gate.
+    // a reply with frames that pass an open gate, `moved` on any thread and not under the lock.
     void onEvent(RaiseEvent raise) { raise_ = std::move(raise); }
     void onForward(Forward forward) { forward_ = std::move(forward); }
+    void onMoved(Moved moved) { moved_ = std::move(moved); }
     void addLine(unsigned ifId, const std::string& kernelName);
 
     // From here on the line's gate is one of `gates` and does what the port does; empty: none,
@@ -76,6 +78,7 @@ public:
     bool setMaxQueue(unsigned ifId, uint32_t frames);
     bool reply(unsigned ifId, Stage stage, bool accepted);
     bool sendStoredRequest(unsigned ifId);
+    void end(unsigned ifId);  // of a login, by ISA
     // Runs `read` on the port; false when there is no such line.
     bool read(unsigned ifId, const std::function<void(const Port&)>& use) const;
 
@@ -110,13 +113,14 @@ private:
     void tellRules();
     static Counters sumOf(unsigned ifId, const Line& line);
     void carryOut(Followup followup, std::span<const uint8_t> frame = {});
-    void logMove(unsigned ifId, const Port::Outcome& outcome);
+    void tellMove(unsigned ifId, const Port::Outcome& outcome);
     void expire(unsigned ifId);
 
     Loop& loop_;
     EventLog& log_;
     RaiseEvent raise_;
     Forward forward_;
+    Moved moved_;
     mutable std::mutex mutex_;  // guards the three below
     std::map<unsigned, Line> lines_;
     RuleBook rules_;

@@ -60,6 +60,8 @@ std::string_view causeName(Cause cause) {
             return "switched off";
         case Cause::switchedOn:
             return "another stage switched on";
+        case Cause::ended:
+            return "login ended";
     }
     return "";
 }
@@ -95,6 +97,9 @@ Port::Outcome Port::moveTo(PortState to, Cause cause, Time now) {
     Outcome outcome{state_, to, cause, {}, false};
     if (to == PortState::open) {
         counters_.count(Counter::forwarded, static_cast<uint32_t>(queue_.size()));
+        for (const Bytes& kept : queue_) {
+            forwardedOctets_ += kept.size();
+        }
         outcome.forward.assign(std::make_move_iterator(queue_.begin()),
                                std::make_move_iterator(queue_.end()));
         queue_.clear();
@@ -121,6 +126,7 @@ Port::Outcome Port::ask(Cause cause, Time now) {
         part.answer = part.admin && part.operUp ? Answer::waiting : Answer::none;
     }
     deadline_ = now + std::chrono::seconds(timeout_);
+    raisedBy_ = cause;
     counters_.count(Counter::requestsRaised);
     return moveTo(PortState::pending, cause, now);
 }
@@ -141,6 +147,7 @@ Port::Outcome Port::frame(std::span<const uint8_t> bytes, bool matches, Time now
     counters_.count(Counter::framesSeen);
     if (state_ == PortState::open) {
         counters_.count(Counter::forwarded);
+        forwardedOctets_ += bytes.size();
         Outcome outcome = unchanged();
         outcome.forwardFrame = true;
         return outcome;
@@ -231,6 +238,10 @@ Port::Outcome Port::expire(Time now) {
     }
     counters_.count(Counter::timeouts);
     return block(Cause::timeout, now);
+}
+
+Port::Outcome Port::end(Time now) {
+    return block(Cause::ended, now);
 }
 
 Port::Outcome Port::setNodeAdmin(bool on, Time now) {

@@ -36,6 +36,7 @@ enum class Cause {
     linkLoss,
     switchedOff,  // TAL on the node, on the line, or its last stage
     switchedOn,   // a stage that has not accepted the line
+    ended,        // by ISA, which may ask for another login
 };
 
 std::string_view portStateName(PortState state);
@@ -71,7 +72,9 @@ public:
     Outcome storedRequest(Time now);  // kept until the line can ask, if it cannot now
     std::optional<Outcome> reply(Stage stage, bool accepted, Time now);  // empty: not waited for
     Outcome expire(Time now);                                            // when the deadline passed
+    Outcome end(Time now);  // closes the gate; the next request may follow at once
     std::optional<Time> deadline() const;  // of the request that is open
+    Cause raisedBy() const { return raisedBy_; }  // why the last request was raised
 
     // A gate in the kernel. One that was found open stays so while a stored request is on its
     // way and until its end; false: there is none, the gate closes.
@@ -102,6 +105,7 @@ public:
     ForwardingState forwardingState() const;
     StageState stageState(Stage stage) const;
     const Counters& counters() const { return counters_; }
+    uint64_t forwardedOctets() const { return forwardedOctets_; }
 
 private:
     enum class Answer { none, waiting, accepted, rejected };
@@ -140,6 +144,8 @@ private:
     Time deadline_{0};
     std::deque<Bytes> queue_;
     Counters counters_;
+    Cause raisedBy_ = Cause::none;
+    uint64_t forwardedOctets_ = 0;  // of the frames that were counted as forwarded
 };
 
 }  // namespace node

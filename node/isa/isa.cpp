@@ -23,10 +23,13 @@ Isa* attached = nullptr;
 
 }  // namespace
 
-void Isa::request(const rpcTalLoginBlockBll& block) {
+void Isa::request(rpcTalLoginBlockBll& block) {
     const unsigned ifId = block.interface;
     std::optional<IsaAnswer> answer;
     bool joined = false;
+    if (authority_) {
+        authority_->prepare(block);
+    }
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         Line& line = lines_[ifId];
@@ -36,11 +39,14 @@ void Isa::request(const rpcTalLoginBlockBll& block) {
         line.record.last = block;
         if (!joined) {
             line.waiting = true;
-            line.record.verdict = answer ? Verdict::waiting : Verdict::neverAnswered;
+            line.record.verdict = answer || authority_ ? Verdict::waiting : Verdict::neverAnswered;
         }
     }
     log_.line(ifId, "request", loginText(block) + (joined ? " (joins the open request)" : ""));
-    if (joined || !answer) {
+    if (authority_ && !joined) {
+        authority_->ask(block);
+    }
+    if (joined || authority_ || !answer) {
         return;
     }
     loop_.at(loop_.now() + answer->delay,
@@ -90,6 +96,13 @@ void Isa::give(unsigned ifId, const IsaAnswer& answer) {
     }
 }
 
+void Isa::withdraw(unsigned ifId) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    Line& line = lines_[ifId];
+    line.waiting = false;
+    line.record.verdict = Verdict::neverAnswered;
+}
+
 void Isa::talMode(bool on) {
     log_.line("isa", on ? "TAL is on" : "TAL is off");
 }
@@ -100,6 +113,10 @@ void Isa::replaceUsers(UserList users) {
 }
 
 void Isa::clearUsers() {
+    if (authority_) {
+        authority_->forgetConfiguration();
+        return;
+    }
     {
         const std::lock_guard<std::mutex> lock(mutex_);
         users_.clear();

@@ -15,6 +15,15 @@
 
 namespace node {
 
+// Who answers instead of a user list: through Isa::answer, on the loop. Any thread.
+class LoginAuthority {
+public:
+    virtual ~LoginAuthority() = default;
+    virtual void prepare(rpcTalLoginBlockBll& block) = 0;    // may fill in what is known of a line
+    virtual void ask(const rpcTalLoginBlockBll& block) = 0;  // must not answer before it returns
+    virtual void forgetConfiguration() = 0;
+};
+
 class Isa {
 public:
     // The stages that a line's settings ask for.
@@ -44,12 +53,18 @@ public:
     void onReply(Reply reply) { reply_ = std::move(reply); }
     void onStages(StagesOf stagesOf) { stagesOf_ = std::move(stagesOf); }
     void onAnswered(Answered answered) { answered_ = std::move(answered); }
+    void useAuthority(LoginAuthority& authority) { authority_ = &authority; }  // must outlive it
 
-    void request(const rpcTalLoginBlockBll& block);
+    void request(rpcTalLoginBlockBll& block);
     void talMode(bool on);
     void replaceUsers(UserList users);  // for requests that arrive from now on
     void clearUsers();                  // everybody is unknown from now on
     void close();  // the module is gone: answers that are still due are dropped
+
+    // On the loop, from an authority. A verdict for a line, asked for or not; and a request that
+    // nobody waits for any more, so that the next one is asked.
+    void answer(unsigned ifId, const IsaAnswer& answer) { give(ifId, answer); }
+    void withdraw(unsigned ifId);
 
     Record record(unsigned ifId) const;
 
@@ -68,6 +83,7 @@ private:
     Reply reply_;
     StagesOf stagesOf_;
     Answered answered_;
+    LoginAuthority* authority_ = nullptr;
     mutable std::mutex mutex_;  // guards the three below
     UserList users_;
     std::map<unsigned, Line> lines_;

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <utility>
 
+#include "node/management/server_view.h"
 #include "node/store/stored_logins.h"
 
 namespace node {
@@ -58,8 +59,13 @@ bool liveEventKind(std::string_view logKind, control::EventKind& kind) {
 }
 
 Management::Management(const Config& config, const Library& library, const Engine& engine,
-                       const ProfileStore& profiles, EventLog& log)
-    : node_(config.node), library_(library), engine_(engine), profiles_(profiles), log_(log) {
+                       const ProfileStore& profiles, EventLog& log, const RadiusIsa* radius)
+    : node_(config.node),
+      library_(library),
+      engine_(engine),
+      profiles_(profiles),
+      log_(log),
+      radius_(radius) {
     for (const Config::Interface& interface : config.interfaces) {
         lines_.push_back({interface.id, interface.name, interface.kernelName});
     }
@@ -128,9 +134,14 @@ std::vector<control::InterfaceView> Management::interfaces() const {
     return views;
 }
 
-// Answers come from a list of users.
 std::vector<control::ServerView> Management::servers() const {
-    return {};
+    std::vector<control::ServerView> views;
+    if (radius_) {
+        for (const RadiusServerInfo& server : radius_->servers()) {
+            views.push_back(serverView(server));
+        }
+    }
+    return views;
 }
 
 // The module replaces the file as a whole, so that no lock is needed to read it.

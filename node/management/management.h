@@ -13,6 +13,7 @@
 #include "node/control/node_view.h"
 #include "node/control/server.h"
 #include "node/engine/engine.h"
+#include "node/isa/radius_isa.h"
 #include "node/log/event_log.h"
 #include "node/module/library.h"
 #include "node/profiles/profile_store.h"
@@ -24,10 +25,10 @@ bool liveEventKind(std::string_view logKind, control::EventKind& kind);
 
 class Management final : private control::NodeView {
 public:
-    // Listens on return. Everything given must outlive it. Throws control::ServerError with the
-    // text for the operator.
+    // Listens on return. Everything given must outlive it; without `radius` a list of users
+    // answers. Throws control::ServerError with the text for the operator.
     Management(const Config& config, const Library& library, const Engine& engine,
-               const ProfileStore& profiles, EventLog& log);
+               const ProfileStore& profiles, EventLog& log, const RadiusIsa* radius = nullptr);
     Management(const Management&) = delete;
     Management& operator=(const Management&) = delete;
     ~Management() override;  // no call runs afterwards
@@ -55,6 +56,7 @@ private:
     const Engine& engine_;
     const ProfileStore& profiles_;
     EventLog& log_;
+    const RadiusIsa* const radius_;
     const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
     const std::chrono::steady_clock::time_point up_ = std::chrono::steady_clock::now();
     std::unique_ptr<control::Server> server_;

@@ -296,6 +296,46 @@ TEST_F(ClientServer, AccountingAnswerMayComeWithoutMessageAuthenticatorWhenAllow
     EXPECT_EQ(1U, dropped(0, Drop::noMessageAuthenticator)) << "a login must be proven";
 }
 
+TEST_F(ClientServer, AccountingServerThatDoesNotSignComesBackWhenThatIsAllowed) {
+    for (const Demand demand : {Demand::messageAuthenticator, Demand::ifPresent}) {
+        first_.probes.clear();
+        const size_t channel = first_.channelsMade();
+        start(
+            [demand](ClientSettings& settings) {
+                settings.servers[0].accountingDemand = demand;
+            },
+            1);
+        killFirst();
+        ASSERT_EQ(1U, first_.probes.size());
+        first_.deliver(channel, radius_test::answerWithoutMessageAuthenticator(
+                                    Code::accountingResponse, first_.probes[0].view(),
+                                    "secret of the first"));
+        EXPECT_EQ(demand == Demand::ifPresent ? ServerState::alive : ServerState::dead,
+                  status(0).state);
+    }
+}
+
+TEST_F(ClientServer, ServerThatAnswersProbesSlowlyComesBack) {
+    start({}, 1);
+    killFirst();
+    reactor_.advance(6 * second);
+    ASSERT_EQ(2U, first_.probes.size());
+    first_.answer(first_.probes[0], Code::accessAccept);
+    EXPECT_EQ(ServerState::alive, status(0).state);
+    EXPECT_EQ(1U, status(0).counters.probeAnswers);
+    first_.answer(first_.probes[0], Code::accessAccept);
+    EXPECT_EQ(1U, dropped(0, Drop::duplicate));
+}
+
+TEST_F(ClientServer, AnswerToAProbeOfLongAgoSaysNothing) {
+    start({}, 1);
+    killFirst();
+    reactor_.advance(20 * second);
+    first_.answer(first_.probes[0], Code::accessAccept);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    EXPECT_EQ(1U, dropped(0, Drop::late));
+}
+
 TEST_F(ClientServer, SecondAnswerIsADuplicate) {
     start();
     const auto ticket = login();
@@ -399,6 +439,24 @@ TEST_F(ClientServer, BrokenChannelHandsOverAndAProbeOnANewOneBringsTheServerBack
     ASSERT_EQ(2U, first_.requests.size());
     first_.answer(first_.requests[1], Code::accessAccept);
     EXPECT_EQ("accepted by first", outcomeOf(ticket));
+}
+
+TEST_F(ClientServer, SilentReliableChannelIsGivenUpAndProbesUseNewOnes) {
+    first_.reliable = true;
+    start();
+    login();
+    reactor_.advance(Time(7'100'000));
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    ASSERT_EQ(1U, first_.probes.size());
+    EXPECT_EQ(1U, first_.probes[0].channel);
+    EXPECT_EQ(1U, first_.channelsOpen());
+    reactor_.advance(Time(6'000'000));
+    ASSERT_EQ(2U, first_.probes.size());
+    EXPECT_EQ(2U, first_.probes[1].channel);
+    reactor_.settle();
+    EXPECT_EQ(1U, first_.channelsOpen());
+    first_.answer(first_.probes[1], Code::accessAccept);
+    EXPECT_EQ(ServerState::alive, status(0).state);
 }
 
 TEST_F(ClientServer, IdleChannelMayCloseWithoutHarm) {

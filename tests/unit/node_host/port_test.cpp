@@ -293,6 +293,29 @@ TEST_F(PortTest, AutomaticRequestAsksWheneverTheLinkComesUp) {
     EXPECT_EQ(outcome.cause, Cause::automaticRequest);
 }
 
+TEST_F(PortTest, EndOfALoginBlocksAndTheNextRequestMayFollowAtOnce) {
+    open(1s);
+    const Port::Outcome outcome = port.end(2s);
+    EXPECT_EQ(outcome.to, PortState::blocked);
+    EXPECT_EQ(outcome.cause, Cause::ended);
+    EXPECT_TRUE(port.storedRequest(2s).raised());
+    EXPECT_EQ(port.raisedBy(), Cause::storedRequest);
+    EXPECT_TRUE(port.end(3s).moved());
+    EXPECT_TRUE(port.frame(bytes, matching, 3s).raised());
+    EXPECT_EQ(port.raisedBy(), Cause::traffic);
+}
+
+TEST_F(PortTest, OctetsAreThoseOfForwardedFrames) {
+    port.frame(bytes, matching, 1s);  // kept
+    port.frame(bytes, matching, 1s);  // beyond the queue
+    EXPECT_EQ(port.forwardedOctets(), 0u);
+    port.reply(Stage::authentication, true, 1s);
+    port.reply(Stage::authorization, true, 1s);
+    EXPECT_EQ(port.forwardedOctets(), 3u);
+    port.frame(bytes, other, 2s);
+    EXPECT_EQ(port.forwardedOctets(), 6u);
+}
+
 // Random inputs: every frame is accounted for once, the queue keeps its bound, a gate is open
 // only with every stage that is on accepted, and a request is open exactly with a deadline.
 TEST(PortProperties, HoldForAnyOrderOfInputs) {

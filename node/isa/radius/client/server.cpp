@@ -14,7 +14,9 @@
 //
 // On a reliable channel nothing is sent twice: a request there waits as long as all tries would
 // take. If such a channel breaks with requests under way the server counts as dead; the probe
-// that follows makes a new connection.
+// that follows makes a new connection. So it does when the server died of silence, or a probe was
+// not answered: the other side may be gone without a word, and a connection would notice only
+// after minutes.
 // Tested by tests/radius/client_server_test.cpp.
 #include "node/isa/radius/client/server.h"
 
@@ -85,11 +87,23 @@ std::optional<size_t> Server::roomIn() {
 std::optional<size_t> Server::grow() {
     const auto gap = std::find(associations_.begin(), associations_.end(), nullptr);
     const auto index = static_cast<size_t>(gap - associations_.begin());
-    Channel::Events events;
-    events.received = [this, index](Bytes datagram) { received(index, datagram); };
-    events.failed = [this] { ++counters_.lineErrors; };
-    events.broken = [this, index] { channelBroken(index); };
     auto association = std::make_unique<Association>();
+    Channel::Events events;
+    // A channel that was retired may still call until it is swept away.
+    const auto current = [this, index, own = association.get()] {
+        return associations_[index].get() == own;
+    };
+    events.received = [this, index, current](Bytes datagram) {
+        if (current()) {
+            received(index, datagram);
+        }
+    };
+    events.failed = [this] { ++counters_.lineErrors; };
+    events.broken = [this, index, current] {
+        if (current()) {
+            channelBroken(index);
+        }
+    };
     association->channel = settings_.makeChannel(std::move(events));
     if (!association->channel) {
         ++counters_.lineErrors;
@@ -120,8 +134,7 @@ void Server::channelBroken(size_t index) {
         }
         abandon(flying);
     }
-    broken_.push_back(std::move(associations_[index]));
-    sweepTimer_.add(reactor_.now(), 0);
+    retire(index);
     for (const uint64_t ticket : handedBack) {
         ++counters_.handedBack;
         events_.undelivered(ticket);
@@ -130,6 +143,17 @@ void Server::channelBroken(size_t index) {
         die();
     } else {
         events_.idle();
+    }
+}
+
+void Server::retire(size_t index) {
+    broken_.push_back(std::move(associations_[index]));
+    sweepTimer_.add(reactor_.now(), 0);
+}
+
+void Server::retireSilent(size_t index) {
+    if (associations_[index] && associations_[index]->channel->reliable()) {
+        retire(index);
     }
 }
 
@@ -205,6 +229,7 @@ void Server::due(Flying flying) {
     abandon(flying);
     if (probed) {
         probeFlying_.reset();
+        retireSilent(indexOf(flying));
         return;
     }
     ++counters_.timeouts;
@@ -241,8 +266,12 @@ void Server::received(size_t index, Bytes datagram) {
     if (flight.state == Flight::State::unused) {
         return drop(Drop::unknownId);
     }
-    const Demand demand = flight.purpose == Purpose::accounting ? settings_.accountingDemand
-                                                                : Demand::messageAuthenticator;
+    // An accounting server answers probes as it answers accounting.
+    const bool ofAccounting =
+        flight.purpose == Purpose::accounting ||
+        (flight.purpose == Purpose::probe && answer->code() == Code::accountingResponse);
+    const Demand demand =
+        ofAccounting ? settings_.accountingDemand : Demand::messageAuthenticator;
     switch (signer_.proveAnswer(*answer, flight.authenticator, demand)) {
         case Proof::badAuthenticator:
             return drop(Drop::badAuthenticator);
@@ -260,10 +289,26 @@ void Server::received(size_t index, Bytes datagram) {
         case Flight::State::answered:
             return drop(Drop::duplicate);
         case Flight::State::abandoned:
-            return drop(Drop::late);
+            return stillTells(flight) ? lateProbe(flight) : drop(Drop::late);
         default:
             land(index, answer->id(), *answer);
     }
+}
+
+// A probe is followed by the next one whether it was answered or not. If the server is slower than
+// that, its answer says all the same that it lives; but not for ever, as it may have been held
+// back by somebody.
+bool Server::stillTells(const Flight& flight) const {
+    return flight.purpose == Purpose::probe &&
+           reactor_.now() - flight.firstSent <=
+               retryTotal(settings_.retry) + 2 * settings_.probeInterval;
+}
+
+void Server::lateProbe(Flight& flight) {
+    flight.state = Flight::State::answered;
+    lastAnswer_ = reactor_.now();
+    ++counters_.probeAnswers;
+    probeAnswered();
 }
 
 void Server::land(size_t index, uint8_t id, const PacketView& answer) {
@@ -325,6 +370,9 @@ void Server::die() {
         ++counters_.handedBack;
         events_.undelivered(flightOf(flying).ticket);
     }
+    for (size_t index = 0; index < associations_.size(); ++index) {
+        retireSilent(index);
+    }
     scheduleProbe(settings_.statusServer ? Time(0) : settings_.restTime);
     events_.changed(state_);
 }
@@ -357,8 +405,10 @@ void Server::probe() {
         return;
     }
     if (probeFlying_) {
-        abandon(*probeFlying_);
+        const Flying unanswered = *probeFlying_;
+        abandon(unanswered);
         probeFlying_.reset();
+        retireSilent(indexOf(unanswered));
     }
     scheduleProbe(settings_.probeInterval);
     if (const std::optional<size_t> index = roomIn()) {

@@ -50,9 +50,13 @@ public:
 private:
     void received(size_t index, Bytes datagram);
     bool acceptable(const PacketView& answer, const Flight& flight, Purpose purpose);
+    bool stillTells(const Flight& flight) const;
+    void lateProbe(Flight& flight);
     void land(size_t index, uint8_t id, const PacketView& answer);
     void count(const PacketView& answer, const Flight& flight);
     void channelBroken(size_t index);
+    void retire(size_t index);        // its requests are settled; destroyed soon
+    void retireSilent(size_t index);  // if what gets lost should have broken it
 
     std::optional<size_t> roomIn();  // an association with a free identifier
     std::optional<size_t> grow();

@@ -44,6 +44,7 @@ enum class TerminateCause : uint32_t {
     sessionTimeout = 5,
     adminReset = 6,
     nasRequest = 10,
+    nasReboot = 11,
 };
 
 struct AccountingRecord {

@@ -1,0 +1,373 @@
+// A session is written to the file before its Start is sent, and stays there until its Stop was
+// taken, so that a process that dies in between leaves nothing half-told: the next one goes on
+// with a session whose login is replayed and stops the others. What was sent but not known to be
+// taken is sent again under the same session id, which servers recognise. Changes are gathered
+// for a moment, so that many lines at once cost one write.
+//
+// A Stop waits for its Start, and the Start of a line's next session for that Stop. In between only
+// one record of a session is under way, and an interim record that finds another one under way is
+// left out. Tested by tests/unit/node_host/sessions_test.cpp; with a real server by
+// tests/scenario/radius_node_test.py.
+#include "node/isa/sessions.h"
+
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <cstdio>
+
+namespace node {
+
+namespace {
+
+constexpr Time gathering = std::chrono::milliseconds(20);
+constexpr size_t mostSessions = 16384;
+constexpr Time tryAgain = std::chrono::seconds(5);  // after a full queue or a failed write
+
+using radius::AccountingStatus;
+
+// Unlike any other of this node, also after its clock was set back.
+std::string newId(unsigned ifId, int64_t now) {
+    uint32_t random = 0;
+    if (RAND_bytes(reinterpret_cast<unsigned char*>(&random), sizeof random) != 1) {
+        throw std::runtime_error("OpenSSL has no randomness");
+    }
+    char text[40];
+    snprintf(text, sizeof text, "%08llx-%02u-%08x", static_cast<unsigned long long>(now), ifId,
+             random);
+    return text;
+}
+
+Traffic sum(const Traffic& a, const Traffic& b) {
+    return {a.inputOctets + b.inputOctets, a.outputOctets + b.outputOctets,
+            a.inputPackets + b.inputPackets, a.outputPackets + b.outputPackets};
+}
+
+Traffic difference(const Traffic& a, const Traffic& b) {
+    return {a.inputOctets - b.inputOctets, a.outputOctets - b.outputOctets,
+            a.inputPackets - b.inputPackets, a.outputPackets - b.outputPackets};
+}
+
+}  // namespace
+
+Sessions::Sessions(Reactor& reactor, EventLog& log, Settings settings)
+    : reactor_(reactor),
+      log_(log),
+      settings_(std::move(settings)),
+      interims_(reactor, [this](uint64_t ifId) { interimDue(static_cast<unsigned>(ifId)); }) {
+    if (settings_.file.empty()) {
+        return;
+    }
+    for (StoredSession& stored : readSessionFile(settings_.file)) {
+        Session session;
+        session.before = stored.traffic;
+        session.left = stored.ended == 0;
+        session.stored = std::move(stored);
+        const Id id = session.stored.id;
+        if (session.left) {
+            current_[session.stored.ifId] = id;
+        }
+        sessions_.emplace(id, std::move(session));
+    }
+}
+
+Sessions::~Sessions() {
+    if (flushTimer_) {
+        reactor_.cancel(*flushTimer_);
+        client_.reset();
+        write();
+    }
+}
+
+void Sessions::useServers(std::optional<radius::ClientSettings> servers,
+                          const radius::LoginFormat& format, Time interim) {
+    std::unique_ptr<radius::Client> client;
+    if (servers) {
+        client = std::make_unique<radius::Client>(reactor_, std::move(*servers));
+        client->onServerChange([this](const std::string& name, radius::ServerState state) {
+            if (changed_) {
+                changed_(name, state);
+            }
+        });
+    }
+    client_ = std::move(client);
+    format_ = format;
+    for (auto& [id, session] : sessions_) {
+        session.ticket = 0;
+        if (session.nextInterim != Time(0)) {
+            interims_.remove(session.nextInterim, session.stored.ifId);
+            session.nextInterim = Time(0);
+        }
+    }
+    interim_ = interim;
+    for (const auto& [ifId, id] : current_) {
+        scheduleInterim(sessions_.at(id));
+    }
+    changed();
+}
+
+// The life of a session.
+
+Sessions::Session* Sessions::current(unsigned ifId) {
+    const auto found = current_.find(ifId);
+    return found == current_.end() ? nullptr : &sessions_.at(found->second);
+}
+
+const Sessions::Session* Sessions::current(unsigned ifId) const {
+    const auto found = current_.find(ifId);
+    return found == current_.end() ? nullptr : &sessions_.at(found->second);
+}
+
+Traffic Sessions::trafficOf(const Session& session) const {
+    return session.left ? session.before
+                        : sum(session.before,
+                              difference(settings_.trafficOf(session.stored.ifId), session.atOpen));
+}
+
+void Sessions::open(unsigned ifId, const radius::Line& line,
+                    const std::vector<radius::Buffer>& classes, bool resume) {
+    if (Session* const before = current(ifId)) {
+        if (before->left && resume) {
+            before->left = false;
+            before->atOpen = counted_[ifId];
+            before->stored.classes = classes.empty() ? before->stored.classes : classes;
+            log_.line(ifId, "session", before->stored.id + " goes on");
+            scheduleInterim(*before);
+            changed();
+            return;
+        }
+        end(*before, radius::TerminateCause::nasReboot);
+    }
+    makeRoom();
+    Session session;
+    session.stored.ifId = ifId;
+    session.stored.began = settings_.wall();
+    session.stored.id = newId(ifId, session.stored.began);
+    session.stored.line = line;
+    session.stored.classes = classes;
+    session.atOpen = counted_[ifId];
+    log_.line(ifId, "session", session.stored.id + " begins");
+    const Id id = session.stored.id;
+    current_[ifId] = id;
+    scheduleInterim(sessions_.emplace(id, std::move(session)).first->second);
+    changed();
+}
+
+// Servers that never take anything must not fill memory and disk; the oldest Stops go first.
+void Sessions::makeRoom() {
+    for (auto each = sessions_.begin();
+         sessions_.size() >= mostSessions && each != sessions_.end();) {
+        if (each->second.stored.ended != 0 && each->second.ticket == 0) {
+            log_.line(each->second.stored.ifId, "session",
+                      each->first + " forgotten: too many wait for a server");
+            each = sessions_.erase(each);
+        } else {
+            ++each;
+        }
+    }
+}
+
+void Sessions::changeClasses(unsigned ifId, const std::vector<radius::Buffer>& classes) {
+    if (Session* const session = current(ifId)) {
+        session->stored.classes = classes;
+        changed();
+    }
+}
+
+void Sessions::close(unsigned ifId, radius::TerminateCause cause) {
+    if (Session* const session = current(ifId)) {
+        end(*session, cause);
+    }
+}
+
+void Sessions::end(Session& session, radius::TerminateCause cause) {
+    session.stored.traffic = trafficOf(session);
+    if (!session.left) {
+        counted_[session.stored.ifId] = settings_.trafficOf(session.stored.ifId);
+    }
+    session.stored.ended = std::max<int64_t>(settings_.wall(), 1);
+    session.stored.cause = cause;
+    session.left = false;
+    if (session.nextInterim != Time(0)) {
+        interims_.remove(session.nextInterim, session.stored.ifId);
+        session.nextInterim = Time(0);
+    }
+    log_.line(session.stored.ifId, "session",
+              session.stored.id + " ends, cause " + std::to_string(static_cast<uint32_t>(cause)));
+    current_.erase(session.stored.ifId);
+    changed();
+}
+
+bool Sessions::isLeft(unsigned ifId) const {
+    const Session* const session = current(ifId);
+    return session && session->left;
+}
+
+std::set<unsigned> Sessions::left() const {
+    std::set<unsigned> lines;
+    for (const auto& [ifId, id] : current_) {
+        if (sessions_.at(id).left) {
+            lines.insert(ifId);
+        }
+    }
+    return lines;
+}
+
+std::string Sessions::idOf(unsigned ifId) const {
+    const Session* const session = current(ifId);
+    return session ? session->stored.id : "";
+}
+
+// Writing and telling.
+
+void Sessions::changed() {
+    if (!flushTimer_) {
+        flushTimer_ = reactor_.at(reactor_.now() + gathering, [this] { flush(); });
+    }
+}
+
+void Sessions::write() {
+    if (settings_.file.empty()) {
+        return;
+    }
+    std::vector<StoredSession> stored;
+    for (const auto& [id, session] : sessions_) {
+        stored.push_back(session.stored);
+        if (session.stored.ended == 0) {
+            stored.back().traffic = trafficOf(session);
+        }
+    }
+    try {
+        writeSessionFile(settings_.file, stored);
+        writeFailed_ = false;
+    } catch (const SessionFileError& error) {
+        if (!writeFailed_) {
+            log_.line("session", std::string("not written: ") + error.what());
+        }
+        writeFailed_ = true;
+    }
+}
+
+void Sessions::flush() {
+    flushTimer_.reset();
+    if (!client_) {
+        // Nobody will be told; what ended is over.
+        std::erase_if(sessions_, [this](const auto& each) {
+            return each.second.stored.ended != 0 && !each.second.stored.announced;
+        });
+    }
+    write();
+    std::vector<Id> ids;
+    std::set<unsigned> ending;  // lines with a session that has ended
+    for (const auto& [id, session] : sessions_) {
+        ids.push_back(id);
+        if (session.stored.ended != 0) {
+            ending.insert(session.stored.ifId);
+        }
+    }
+    bool refused = writeFailed_;
+    for (const Id& id : ids) {
+        const Session& session = sessions_.at(id);
+        if (!client_ || session.ticket != 0) {
+            continue;
+        }
+        if (session.stored.ended == 0 && ending.contains(session.stored.ifId)) {
+            continue;
+        }
+        if (!session.stored.announced) {
+            tell(id, AccountingStatus::start);
+        } else if (session.stored.ended != 0) {
+            tell(id, AccountingStatus::stop);
+        } else {
+            continue;
+        }
+        const auto after = sessions_.find(id);
+        refused = refused || (after != sessions_.end() && after->second.ticket == 0);
+    }
+    if (refused) {
+        flushTimer_ = reactor_.at(reactor_.now() + tryAgain, [this] { flush(); });
+    }
+}
+
+void Sessions::tell(const Id& id, AccountingStatus status) {
+    Session& session = sessions_.at(id);
+    const StoredSession& stored = session.stored;
+    const bool over = stored.ended != 0;
+    const Traffic traffic = over ? stored.traffic : trafficOf(session);
+    const int64_t now = settings_.wall();
+    const int64_t until = over ? stored.ended : now;
+    radius::AccountingRecord record;
+    record.status = status;
+    record.sessionId = id;
+    record.eventTime = static_cast<uint32_t>(status == AccountingStatus::start  ? stored.began
+                                             : status == AccountingStatus::stop ? stored.ended
+                                                                                : now);
+    record.classes = stored.classes;
+    record.sessionSeconds =
+        static_cast<uint32_t>(std::clamp<int64_t>(until - stored.began, 0, UINT32_MAX));
+    record.inputOctets = traffic.inputOctets;
+    record.outputOctets = traffic.outputOctets;
+    record.inputPackets = static_cast<uint32_t>(traffic.inputPackets);
+    record.outputPackets = static_cast<uint32_t>(traffic.outputPackets);
+    record.cause = stored.cause;
+    radius::Request request;
+    request.kind = radius::Request::Kind::accounting;
+    std::optional<radius::Buffer> attributes =
+        radius::accountingAttributes(stored.line, format_, record);
+    if (!attributes) {  // the login itself fitted, with less in it
+        record.classes.clear();
+        attributes = radius::accountingAttributes(stored.line, format_, record);
+    }
+    if (!attributes) {
+        log_.line(stored.ifId, "session", id + " does not fit into a packet");
+        told(id, status);
+        return;
+    }
+    request.attributes = std::move(*attributes);
+    session.ticket = client_->submit(std::move(request), [this, id, status](const auto& answer) {
+        sessions_.at(id).ticket = 0;
+        if (answer.outcome == radius::Outcome::accepted) {
+            told(id, status);
+        }
+    });
+}
+
+void Sessions::told(const Id& id, AccountingStatus status) {
+    if (status == AccountingStatus::stop) {
+        sessions_.erase(id);
+    } else if (status == AccountingStatus::start) {
+        sessions_.at(id).stored.announced = true;
+    }
+    changed();
+}
+
+void Sessions::scheduleInterim(Session& session) {
+    if (interim_ != Time(0) && client_ && !session.left && session.stored.ended == 0) {
+        session.nextInterim = reactor_.now() + interim_;
+        interims_.add(session.nextInterim, session.stored.ifId);
+    }
+}
+
+void Sessions::interimDue(unsigned ifId) {
+    Session* const session = current(ifId);
+    if (!session) {
+        return;
+    }
+    session->nextInterim = Time(0);
+    scheduleInterim(*session);
+    if (session->stored.announced && session->ticket == 0) {
+        tell(session->stored.id, AccountingStatus::interim);
+    }
+}
+
+std::vector<radius::ServerStatus> Sessions::servers() const {
+    return client_ ? client_->status() : std::vector<radius::ServerStatus>();
+}
+
+size_t Sessions::untold() const {
+    return static_cast<size_t>(
+        std::count_if(sessions_.begin(), sessions_.end(), [](const auto& each) {
+            return !each.second.stored.announced || each.second.stored.ended != 0;
+        }));
+}
+
+}  // namespace node
