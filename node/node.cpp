@@ -58,8 +58,8 @@ bool hasDevices(const Config& config) {
 
 // Without captures there is no time but the wall's; devices and servers know no other either.
 Pace paceOf(const Config& config, const Node::Options& options) {
-    const bool jumps = hasCaptures(config) && !hasDevices(config) && !config.radius &&
-                       !options.recordedPace;
+    const bool jumps =
+        hasCaptures(config) && !hasDevices(config) && !config.radius && !options.recordedPace;
     return jumps ? Pace::instant : Pace::recorded;
 }
 

@@ -32,14 +32,9 @@ RadiusIsa::Gate gateOf(const Engine& engine, unsigned ifId) {
                                          : RadiusIsa::Gate::closed;
 }
 
-// The counter wraps and the octets do not; what the subscriber gets does not pass the engine.
 Traffic trafficOf(const Engine& engine, unsigned ifId) {
-    Traffic traffic;
-    engine.read(ifId, [&traffic](const Port& port) {
-        traffic.inputOctets = port.forwardedOctets();
-        traffic.inputPackets = port.counters()[Counter::forwarded];
-    });
-    return traffic;
+    const Engine::Passed passed = engine.passed(ifId);
+    return {passed.inwardOctets, passed.outwardOctets, passed.inwardFrames, passed.outwardFrames};
 }
 
 }  // namespace

@@ -266,4 +266,20 @@ std::optional<Counters> Engine::counters(unsigned ifId) const {
     return sumOf(ifId, found->second);
 }
 
+Engine::Passed Engine::passed(unsigned ifId) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = lines_.find(ifId);
+    if (found == lines_.end()) {
+        return {};
+    }
+    const Line& line = found->second;
+    const uint32_t frames = sumOf(ifId, line)[Counter::forwarded];
+    if (!line.gates) {
+        return {line.port.forwardedOctets(), 0, frames, 0};
+    }
+    // Kept frames pass the gate in the kernel once more.
+    const LineGates::Totals totals = line.gates->totals(ifId);
+    return {totals.inwardOctets, totals.outwardOctets, frames, totals.passedOutward};
+}
+
 }  // namespace node

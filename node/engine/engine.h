@@ -86,6 +86,15 @@ public:
     // The port's and the gate's. Empty: no such line.
     std::optional<Counters> counters(unsigned ifId) const;
 
+    // What passed the line's gate. Frames to the subscriber are seen by gates in the kernel only.
+    struct Passed {
+        uint64_t inwardOctets = 0;
+        uint64_t outwardOctets = 0;
+        uint32_t inwardFrames = 0;  // wrapping, as is the next
+        uint32_t outwardFrames = 0;
+    };
+    Passed passed(unsigned ifId) const;
+
 private:
     struct Line {
         std::string kernelName;

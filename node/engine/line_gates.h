@@ -44,6 +44,9 @@ public:
         uint32_t trapped = 0;         // handed up
         uint32_t trapsLost = 0;       // not handed up for want of room, and counted as dropped
         uint32_t droppedOutward = 0;  // towards the subscriber
+        uint32_t passedOutward = 0;
+        uint64_t inwardOctets = 0;  // of frames that passed, those of this process included
+        uint64_t outwardOctets = 0;
     };
 
     virtual ~LineGates() = default;

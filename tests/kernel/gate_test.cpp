@@ -74,6 +74,10 @@ TEST_F(KernelGateTest, OnlyTheOpenGateLetsFramesOut) {
     }
     EXPECT_FALSE(closed.receive(std::chrono::milliseconds(50)));
     EXPECT_EQ(engine->totals(2).droppedOutward, 0U);
+    EXPECT_EQ(engine->totals(1).passedOutward, 1U);
+    EXPECT_EQ(engine->totals(1).outwardOctets, numbered(0).size());
+    EXPECT_EQ(engine->totals(2).passedOutward, number);
+    EXPECT_EQ(engine->totals(2).outwardOctets, number * numbered(0).size());
     // Frames towards the subscriber are none of the thirteen.
     EXPECT_EQ(engine->totals(1).counters, counters({}));
 }
@@ -114,6 +118,7 @@ TEST_F(KernelGateTest, CountersAreExact) {
                                          {KERNEL_DROPPED_PENDING, 34},
                                          {KERNEL_DROPPED_REJECTED, 18},
                                          {KERNEL_FORWARDED, 42}}));
+    EXPECT_EQ(totals.inwardOctets, 42 * numbered(0).size());
     EXPECT_EQ(totals.trapped, 2U);
     EXPECT_EQ(totals.trapsLost, 0U);
     EXPECT_EQ(engine->totals(2).counters, counters({}));

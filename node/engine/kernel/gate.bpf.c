@@ -186,6 +186,11 @@ __attribute__((noinline)) int closedGate(struct __sk_buff* skb, uint32_t ifId) {
     return TC_ACT_SHOT;
 }
 
+// The outer tag is kept beside the frame.
+static inline uint64_t octetsOf(const struct __sk_buff* skb) {
+    return skb->len + (skb->vlan_present ? MATCH_TAG_SIZE : 0);
+}
+
 SEC("tc")
 int talIngress(struct __sk_buff* skb) {
     const uint32_t ifIndex = skb->ifindex;
@@ -205,6 +210,7 @@ int talIngress(struct __sk_buff* skb) {
     if (counters) {
         ++counters->values[KERNEL_FRAMES_SEEN];
         ++counters->values[KERNEL_FORWARDED];
+        counters->inwardOctets += octetsOf(skb);
     }
     return TC_ACT_UNSPEC;
 }
@@ -221,14 +227,15 @@ int talEgress(struct __sk_buff* skb) {
     if (!line) {
         return TC_ACT_SHOT;
     }
-    if (READ_ONCE(line->gate) == KERNEL_GATE_OPEN || READ_ONCE(line->outwardOpen)) {
-        return TC_ACT_UNSPEC;
-    }
     struct KernelCounters* counters = bpf_map_lookup_elem(&talCounters, &ifId);
-    if (counters) {
+    const int passes = READ_ONCE(line->gate) == KERNEL_GATE_OPEN || READ_ONCE(line->outwardOpen);
+    if (counters && passes) {
+        ++counters->values[KERNEL_PASSED_OUTWARD];
+        counters->outwardOctets += octetsOf(skb);
+    } else if (counters) {
         ++counters->values[KERNEL_DROPPED_OUTWARD];
     }
-    return TC_ACT_SHOT;
+    return passes ? TC_ACT_UNSPEC : TC_ACT_SHOT;
 }
 
 // Run by the node with a kept frame: the frame enters the stack as if it had just arrived.

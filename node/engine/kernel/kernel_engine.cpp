@@ -420,6 +420,8 @@ KernelCounters KernelEngine::sumOf(unsigned ifId) const {
         for (size_t i = 0; i < KERNEL_COUNTERS; ++i) {
             sum.values[i] += cpu.values[i];
         }
+        sum.inwardOctets += cpu.inwardOctets;
+        sum.outwardOctets += cpu.outwardOctets;
     }
     return sum;
 }
@@ -441,6 +443,9 @@ KernelEngine::Totals KernelEngine::totals(unsigned ifId) const {
     totals.trapped = sum.values[KERNEL_TRAPPED];
     totals.trapsLost = sum.values[KERNEL_TRAPS_LOST];
     totals.droppedOutward = sum.values[KERNEL_DROPPED_OUTWARD];
+    totals.passedOutward = sum.values[KERNEL_PASSED_OUTWARD];
+    totals.inwardOctets = sum.inwardOctets;
+    totals.outwardOctets = sum.outwardOctets;
     return totals;
 }
 

@@ -14,12 +14,12 @@
 
 enum {
     KERNEL_MAGIC = 0x54414c4b,
-    KERNEL_LAYOUT = 1,
+    KERNEL_LAYOUT = 2,
     KERNEL_LINES = 128,        // records; a line's record is the one of its interface id
     KERNEL_RULES = 16,         // conditions of one line
     KERNEL_FRAME = 16384,      // bytes of a frame that are looked at and handed up; a power of 2
     KERNEL_FRAME_SLACK = 512,  // behind them: an offset within the frame plus a field's offset
-    KERNEL_COUNTERS = 16,      // per line: the thirteen, then the program's own
+    KERNEL_COUNTERS = 18,      // per line: the thirteen, then the program's own
     KERNEL_EVENT_BYTES = 1 << 20,
 };
 
@@ -44,6 +44,7 @@ enum KernelCounter {
     KERNEL_TRAPPED = 13,          // handed up; counted nowhere else by the program
     KERNEL_TRAPS_LOST = 14,       // should have been handed up, but the ring buffer was full
     KERNEL_DROPPED_OUTWARD = 15,  // towards the subscriber, while the gate was closed
+    KERNEL_PASSED_OUTWARD = 16,   // towards the subscriber
 };
 
 // Map talMeta, one record.
@@ -104,10 +105,14 @@ struct KernelRules {
     struct KernelRule rules[KERNEL_RULES];
 };
 
-// Map talCounters, one per processor: 32 bits each, wrapping.
+// Map talCounters, one per processor; the values wrap. Octets are those of frames that passed the
+// gate, tags included.
 struct KernelCounters {
     uint32_t values[KERNEL_COUNTERS];
+    uint64_t inwardOctets;
+    uint64_t outwardOctets;
 };
+KERNEL_ASSERT(sizeof(struct KernelCounters) == 4 * KERNEL_COUNTERS + 16);
 
 // Map talEvents: this head, then `size` bytes of the frame with its tags in line.
 struct KernelTrap {

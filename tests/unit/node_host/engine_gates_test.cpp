@@ -314,4 +314,27 @@ TEST_F(EngineGates, CountersAreThoseOfTheGateAndOfThePort) {
     EXPECT_FALSE(engine.counters(77));
 }
 
+TEST_F(EngineGates, GateCountsTheOctetsOfWhatPassesAndKeptFramesPassItToo) {
+    begin();
+    gate().totals.inwardOctets = 5000000000;
+    gate().totals.outwardOctets = 7000000000;
+    gate().totals.passedOutward = 70;
+    gate().totals.counters[static_cast<size_t>(Counter::forwarded)] = 49;
+    ASSERT_TRUE(frame());
+    answer(true);
+    node::Engine::Passed passed = engine.passed(line);
+    EXPECT_EQ(passed.inwardOctets, 5000000000u);
+    EXPECT_EQ(passed.outwardOctets, 7000000000u);
+    EXPECT_EQ(passed.inwardFrames, 50u) << "with the kept one";
+    EXPECT_EQ(passed.outwardFrames, 70u);
+
+    engine.gateBy(line, nullptr);
+    passed = engine.passed(line);
+    EXPECT_GT(passed.inwardOctets, 0u) << "of the kept frame";
+    EXPECT_LT(passed.inwardOctets, 2000u);
+    EXPECT_EQ(passed.outwardOctets, 0u);
+    EXPECT_EQ(passed.inwardFrames, 1u);
+    EXPECT_EQ(engine.passed(77).inwardFrames, 0u);
+}
+
 }  // namespace
