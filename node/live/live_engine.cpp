@@ -153,7 +153,7 @@ void LiveEngine::treatStrays(bool freeThem) {
         } else if (gates_->freeStray(ifIndex, error)) {
             log_.line("device", name + ": freed, no line has it now");
         } else {
-            log_.line("device", name + ": not freed: " + error);
+            log_.line("device", (name + ": not freed: ").append(error));
         }
     }
 }
