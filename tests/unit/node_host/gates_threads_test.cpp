@@ -20,7 +20,7 @@ using node::Gate;
 using node::Stage;
 
 constexpr unsigned line = 5;
-constexpr unsigned turns = 10000;
+constexpr unsigned turns = 3000;
 
 TEST(GatesThreads, GateIsWhereItsPortIsWhoeverMovedItLast) {
     node::Loop loop(node::Pace::recorded);
@@ -40,17 +40,19 @@ TEST(GatesThreads, GateIsWhereItsPortIsWhoeverMovedItLast) {
 
     const auto frame = node_test::ether(0x88b5, {1, 2, 3});
     const std::function<void(unsigned)> inputs[] = {
-        [&](unsigned i) { engine.setAdmin(line, i % 30 != 0); },
-        [&](unsigned i) {
-            engine.link(line, i % 50 != 0);
+        // A whole login, which the others disturb.
+        [&](unsigned) {
+            engine.setAdmin(line, false);
+            engine.setAdmin(line, true);
             engine.setStageOper(line, Stage::authentication, true);
             engine.setStageOper(line, Stage::authorization, true);
-        },
-        [&](unsigned) { engine.frame(line, frame); },
-        [&](unsigned i) {
-            engine.reply(line, Stage::authentication, i % 50 != 0);
+            engine.frame(line, frame);
+            engine.reply(line, Stage::authentication, true);
             engine.reply(line, Stage::authorization, true);
         },
+        [&](unsigned i) { engine.link(line, i % 10 != 0); },
+        [&](unsigned i) { engine.reply(line, Stage::authentication, i % 100 != 0); },
+        [&](unsigned) { engine.frame(line, frame); },
         [&](unsigned i) {
             if (i % 2 == 0) {
                 node_test::takeRule(line, 0);
