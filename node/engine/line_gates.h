@@ -53,6 +53,7 @@ public:
 
     // Puts the gate on an interface; again after the interface came back under a new index.
     // Rules and traps of an earlier process are gone afterwards, its gate is as Found says.
+    // Frames that waited are given out by the next poll(), and nothing else announces them.
     virtual std::optional<Found> attach(const Line& line, std::string& error) = 0;
     // False: no such line.
     virtual bool setGate(unsigned ifId, Gate gate) = 0;
@@ -68,6 +69,8 @@ public:
     // Lets a kept frame in through the open gate, as if it had just arrived.
     virtual bool reinject(unsigned ifId, std::span<const uint8_t> frame, std::string& error) = 0;
     virtual Totals totals(unsigned ifId) const = 0;
+    // Gives out all frames that were handed up; how many.
+    virtual size_t poll() = 0;
 };
 
 }  // namespace node

@@ -153,7 +153,7 @@ void LiveEngine::treatStrays(bool freeThem) {
         } else if (gates_->freeStray(ifIndex, error)) {
             log_.line("device", name + ": freed, no line has it now");
         } else {
-            log_.line("device", name + ": not freed: " + error);
+            log_.line("device", (name + ": not freed: ").append(error));
         }
     }
 }
@@ -169,7 +169,6 @@ void LiveEngine::begin(Engine& engine, Reactor& loop, LiveLines::SetLink setLink
         }
     });
     loop.watch(gates_->fd(), [this] { gates_->poll(); });
-    gates_->poll();  // frames that an earlier run did not read are no news to the loop
     log_.line("device", "the lines are live");
 }
 

@@ -87,6 +87,7 @@ void LiveLines::begin(Engine& engine, Reactor& loop, SetLink setLink) {
             setLink_(line.ifId, true);
         }
     }
+    gates_.poll();
 }
 
 void LiveLines::end() {
@@ -128,6 +129,7 @@ void LiveLines::appeared(const Line& line, const LinkState& state) {
     std::string error;
     if (put(line, state, error)) {
         engine_->renewGate(line.ifId);
+        gates_.poll();
         return;
     }
     log_.line(line.ifId, "device", line.device + ": WITHOUT A GATE: " + error);
@@ -146,6 +148,7 @@ void LiveLines::tryAgain(const Line& line) {
             return;
         }
         engine_->renewGate(line.ifId);
+        gates_.poll();
         if (state.link.up) {
             setLink_(line.ifId, true);
         }

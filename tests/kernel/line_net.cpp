@@ -46,6 +46,11 @@ std::string missingPrivilege() {
     if (geteuid() != 0) {
         return "needs root";
     }
+    std::ifstream map("/proc/self/uid_map");
+    uint64_t inside = 0, outside = 0, count = 0;
+    if (!(map >> inside >> outside >> count) || outside != 0 || count < 0xffffffff) {
+        return "needs root, and not of a user namespace";
+    }
     return node::missingCapabilitiesText();
 }
 

@@ -29,7 +29,7 @@ TEST_F(LiveLines, AllFramesOfTheQueueGoOnInTheirOrder) {
     const LineNet net(1);
     RawSocket subscriber(LineNet::subscriber(1)), core = listenOn("core");
     const std::string isa = "[[isa.user]]\ncircuit-id = \"" + circuitId(1) +
-                            "\"\nverdict = \"accept\"\ndelay-ms = 1000\n";
+                            "\"\nverdict = \"accept\"\ndelay-ms = 2000\n";
     const LiveNode node(dir, liveConfig(1, isa, "max-queue-size = 3\n"));
     subscriber.send(numbered(1));
     ASSERT_TRUE(node.says("blocked -> pending (traffic)"));
@@ -65,7 +65,7 @@ TEST_F(LiveLines, RejectedLineStaysShutAndItsFramesAreCounted) {
     for (uint32_t number = 2; number <= 11; ++number) {
         subscriber.send(numbered(number));
     }
-    EXPECT_TRUE(eventually([&] { return node.counter(1, "dropped_rejected") == 10; }));
+    EXPECT_TRUE(within([&] { return node.counter(1, "dropped_rejected") == 10; }));
     EXPECT_EQ(node.counter(1, "frames_seen"), 11U);
     EXPECT_EQ(node.counter(1, "requests_raised"), 1U);
     EXPECT_EQ(nextOf(core, aMoment), 0U);
@@ -132,10 +132,10 @@ TEST_F(LiveLines, LostLinkClosesAndTheNextLoginOpensAgain) {
     // The first event after the start only arms the module; the second sets the stages up.
     run("ip link set sub1 up");
     ASSERT_TRUE(node.says("link      up", 2));
-    EXPECT_TRUE(eventually([&] { return subscriber.trySend(other(2)); }));
+    EXPECT_TRUE(within([&] { return subscriber.trySend(other(2)); }));
     EXPECT_EQ(nextOf(core, aMoment), 0U);
     // What the bridge does with the port's return is not the node's business.
-    EXPECT_TRUE(eventually([&] {
+    EXPECT_TRUE(within([&] {
         subscriber.send(numbered(3));
         return nextOf(core, aMoment) == 3;
     }));
@@ -164,7 +164,7 @@ TEST_F(LiveLines, DeviceUnderANewIndexGetsItsGateAgain) {
     RawSocket subscriber(LineNet::subscriber(1));
     subscriber.send(other(2));
     EXPECT_EQ(nextOf(core, aMoment), 0U);
-    EXPECT_TRUE(eventually([&] {
+    EXPECT_TRUE(within([&] {
         subscriber.send(numbered(3));
         return nextOf(core, aMoment) == 3;
     }));
@@ -181,7 +181,7 @@ TEST_F(LiveLines, DeviceThatIsMissingAtTheStartIsTakenWhenItComes) {
     run("ip link set dsl2 master br0 up");
     ASSERT_TRUE(node.says("link      up", 2));
     RawSocket subscriber(LineNet::subscriber(2));
-    EXPECT_TRUE(eventually([&] {
+    EXPECT_TRUE(within([&] {
         subscriber.send(numbered(1));
         return nextOf(core, aMoment) == 1;
     }));

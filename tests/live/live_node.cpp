@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <thread>
 
 #include "tests/scenario/private_log.h"
 
@@ -54,12 +55,23 @@ std::string found(const std::string& json, const std::string& pattern) {
 
 }  // namespace
 
+bool within(const std::function<bool()>& condition) {
+    const auto end = std::chrono::steady_clock::now() + longest;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(3));
+    }
+    return true;
+}
+
 Ended runToEnd(const Words& command) {
     const TempDir dir;
     const std::string log = dir.path() + "/log";
     const pid_t pid = start(command, log);
     int status = 0;
-    const bool ended = eventually([&] { return waitpid(pid, &status, WNOHANG) == pid; });
+    const bool ended = within([&] { return waitpid(pid, &status, WNOHANG) == pid; });
     EXPECT_TRUE(ended) << command[0];
     if (!ended) {
         ::kill(pid, SIGKILL);
@@ -68,13 +80,14 @@ Ended runToEnd(const Words& command) {
     return {codeOf(status), contents(log)};
 }
 
-LiveNode::LiveNode(const TempDir& dir, const std::string& config, const Words& prefix)
+LiveNode::LiveNode(const TempDir& dir, const std::string& config, const Words& prefix,
+                   const std::string& program)
     : logPath_(dir.path() + "/log"), socket_(dir.path() + "/control.sock") {
     std::filesystem::remove(logPath_);
     std::filesystem::remove(socket_);
     Words command = prefix;
     command.insert(command.end(),
-                   {TALNODE, "--config", dir.write("node.toml", config), "--control", socket_});
+                   {program, "--config", dir.write("node.toml", config), "--control", socket_});
     pid_ = start(command, logPath_);
     EXPECT_TRUE(says("the lines are live")) << log();
 }
@@ -93,7 +106,7 @@ void LiveNode::kill() {
 int LiveNode::stop() {
     EXPECT_EQ(::kill(pid_, SIGTERM), 0);
     int status = 0;
-    EXPECT_TRUE(eventually([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }));
+    EXPECT_TRUE(within([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }));
     pid_ = 0;
     return codeOf(status);
 }
@@ -103,7 +116,7 @@ std::string LiveNode::log() const {
 }
 
 bool LiveNode::says(const std::string& text, size_t times) const {
-    return eventually([&] {
+    return within([&] {
         const std::string said = log();
         size_t count = 0;
         for (size_t at = 0; (at = said.find(text, at)) != std::string::npos; at += text.size()) {
@@ -127,7 +140,7 @@ std::string LiveNode::state(unsigned line) const {
 }
 
 bool LiveNode::reaches(unsigned line, const std::string& wanted) const {
-    return eventually([&] { return state(line) == wanted; });
+    return within([&] { return state(line) == wanted; });
 }
 
 unsigned LiveNode::counter(unsigned line, const std::string& name) const {

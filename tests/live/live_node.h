@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,6 +16,11 @@
 namespace node_test {
 
 using Words = std::vector<std::string>;
+
+constexpr auto longest = std::chrono::seconds(40);
+
+// Polls until the condition holds, on machines that do other things too; whether it held.
+bool within(const std::function<bool()>& condition);
 
 // What another process said and how it ended; -1: by a signal.
 struct Ended {
@@ -26,7 +33,8 @@ class LiveNode {
 public:
     // Starts it, behind `prefix` (setpriv ...), and waits until frames of its lines may ask for
     // logins. The control socket lies in `dir`.
-    explicit LiveNode(const TempDir& dir, const std::string& config, const Words& prefix = {});
+    explicit LiveNode(const TempDir& dir, const std::string& config, const Words& prefix = {},
+                      const std::string& program = TALNODE);
     ~LiveNode() { kill(); }
     LiveNode(const LiveNode&) = delete;
     LiveNode& operator=(const LiveNode&) = delete;
@@ -66,7 +74,7 @@ protected:
 };
 
 // The number of the next frame to arrive, of numbered() and other() alike; 0: none.
-uint32_t nextOf(RawSocket& socket, std::chrono::milliseconds wait = patience);
+uint32_t nextOf(RawSocket& socket, std::chrono::milliseconds wait = longest);
 
 // A socket for everything that arrives.
 RawSocket listenOn(const std::string& interface);

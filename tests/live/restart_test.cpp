@@ -35,7 +35,7 @@ TEST_F(LiveRestart, TrafficPassesBeforeDuringAndAfterTheReplay) {
     const LineNet net(2);
     RawSocket subscriber(LineNet::subscriber(1)), closed(LineNet::subscriber(2));
     RawSocket core = listenOn("core");
-    const std::string config = liveConfig(2, user(1, "accept", 800));
+    const std::string config = liveConfig(2, user(1, "accept", 2000));
     openAndKill(config, subscriber, core);
     closed.send(other(3));
     EXPECT_EQ(nextOf(core, aMoment), 0U) << "a closed gate stays closed without a node";
@@ -73,7 +73,7 @@ TEST_F(LiveRestart, RejectedReplayCloses) {
     const LineNet net(1);
     RawSocket subscriber(LineNet::subscriber(1)), core = listenOn("core");
     openAndKill(liveConfig(1), subscriber, core);
-    const LiveNode node(dir, liveConfig(1, user(1, "reject", 500)));
+    const LiveNode node(dir, liveConfig(1, user(1, "reject", 2000)));
     ASSERT_TRUE(node.says("blocked -> pending (stored request)"));
     subscriber.send(other(3));
     EXPECT_EQ(nextOf(core), 3U);
@@ -121,12 +121,12 @@ TEST_F(LiveRestart, NodeThatIsConfiguredOffClosesWhatItFindsOpen) {
 TEST_F(LiveRestart, LinkLostMeanwhileClosesThoughTheLoginIsReplayed) {
     const LineNet net(1);
     RawSocket subscriber(LineNet::subscriber(1)), core = listenOn("core");
-    const std::string config = liveConfig(1, user(1, "accept", 500));
+    const std::string config = liveConfig(1, user(1, "accept", 2000));
     openAndKill(config, subscriber, core);
     run("ip link set sub1 down && ip link set sub1 up");
     const LiveNode node(dir, config);
     ASSERT_TRUE(node.says("dsl1: gate found, but the link was lost meanwhile"));
-    EXPECT_TRUE(eventually([&] { return subscriber.trySend(other(3)); }));
+    EXPECT_TRUE(within([&] { return subscriber.trySend(other(3)); }));
     EXPECT_EQ(nextOf(core, aMoment), 0U);
     EXPECT_TRUE(node.says("pending -> open (accepted)"));
 }
@@ -170,7 +170,7 @@ TEST_F(LiveRestart, FrameThatAskedUnheardIsHeardByTheNextNode) {
 TEST_F(LiveRestart, CountersOfFramesGoOnAndThoseOfRequestsStartAgain) {
     const LineNet net(1);
     RawSocket subscriber(LineNet::subscriber(1)), core = listenOn("core");
-    const std::string config = liveConfig(1, user(1, "accept", 300), "max-queue-size = 2\n");
+    const std::string config = liveConfig(1, user(1, "accept", 2000), "max-queue-size = 2\n");
     const auto send = [&](unsigned count) {
         for (unsigned i = 0; i < count; ++i) {
             subscriber.send(other(100 + i));
@@ -235,7 +235,7 @@ TEST_F(LiveRestart, LineOnAnotherDeviceStartsBlockedThoughItsLoginIsReplayed) {
     RawSocket first(LineNet::subscriber(1)), second(LineNet::subscriber(2));
     RawSocket core = listenOn("core");
     openAndKill(liveConfig(1), first, core);
-    std::string moved = liveConfig(1, user(1, "accept", 500));
+    std::string moved = liveConfig(1, user(1, "accept", 2000));
     moved.replace(moved.find("device = \"dsl1\""), 15, "device = \"dsl2\"");
     const LiveNode node(dir, moved);
     ASSERT_TRUE(node.says("dsl2: gate new"));

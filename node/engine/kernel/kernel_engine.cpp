@@ -127,30 +127,7 @@ bool KernelEngine::load(std::span<const unsigned> interfaces, std::string& error
     if (!loadPrograms(found, error) || (!found && !takeNewMaps(error)) || !shareLines(error)) {
         return false;
     }
-    if (found) {
-        forgetGoneInterfaces();
-        return true;
-    }
-    return options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
-}
-
-// Their records would use up the map in the long run, and their numbers may be used again.
-void KernelEngine::forgetGoneInterfaces() {
-    std::vector<unsigned> gone;
-    const int slots = maps_.fd(GateMaps::slots);
-    unsigned ifIndex = 0;
-    bool more = bpf_map_get_next_key(slots, nullptr, &ifIndex) == 0;
-    for (size_t i = 0; more && i < KERNEL_LINES; ++i) {
-        char name[IF_NAMESIZE];
-        if (if_indextoname(ifIndex, name) == nullptr) {
-            gone.push_back(ifIndex);
-        }
-        const unsigned previous = ifIndex;
-        more = bpf_map_get_next_key(slots, &previous, &ifIndex) == 0;
-    }
-    for (const unsigned each : gone) {
-        bpf_map_delete_elem(slots, &each);
-    }
+    return found || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
 }
 
 bool KernelEngine::loadPrograms(bool reuseMaps, std::string& error) {

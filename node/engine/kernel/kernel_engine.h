@@ -58,8 +58,8 @@ public:
     bool reinject(unsigned ifId, std::span<const uint8_t> frame, std::string& error) override;
     Totals totals(unsigned ifId) const override;
 
-    int fd() const;       // readable when poll() has something to do
-    size_t poll();        // calls `trapped` for all frames there are; how many
+    int fd() const;  // readable when poll() has something to do
+    size_t poll() override;
     int program() const;  // of the gate, for test runs
 
 private:
@@ -68,7 +68,6 @@ private:
     void findMaps(std::span<const unsigned> interfaces);
     bool loadPrograms(bool reuseMaps, std::string& error);
     bool takeNewMaps(std::string& error);
-    void forgetGoneInterfaces();
     bool shareLines(std::string& error);
     bool openEvents(std::string& error);
     int programFd(const char* name) const;

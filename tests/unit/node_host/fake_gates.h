@@ -24,6 +24,7 @@ public:
 
     std::map<unsigned, State> lines;
     std::vector<std::string> calls;  // attach, linkDown, reinject, in their order
+    unsigned polls = 0;
     Found finds = Found::nothing;
     std::string refuses;  // attaching and reinjecting fail with this text, unless empty
 
@@ -86,6 +87,11 @@ public:
     Totals totals(unsigned ifId) const override {
         const auto found = lines.find(ifId);
         return found == lines.end() ? Totals{} : found->second.totals;
+    }
+
+    size_t poll() override {
+        ++polls;
+        return 0;
     }
 
     // A frame that the kernel hands up uses up a trap.

@@ -135,6 +135,7 @@ TEST_F(LiveLinesTest, DeviceThatComesBackGetsItsGateBeforeItsLink) {
     gates.calls.clear();
     lines.changed("veth1", LinkEvent::appeared, {.ifIndex = 11, .up = true, .carrierDowns = 0});
     EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 11"));
+    EXPECT_EQ(gates.polls, 2u) << "frames that attaching found, here and at the beginning";
     EXPECT_EQ(gates.gate(1), Gate::blocked);
     EXPECT_THAT(links, ElementsAre("1 down"));
     lines.changed("veth1", LinkEvent::up, {.ifIndex = 11, .up = true, .carrierDowns = 0});
@@ -155,6 +156,7 @@ TEST_F(LiveLinesTest, DeviceWithoutAGateHasNoLinkAndIsTriedAgain) {
     EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 10", "attach 1 at 10", "attach 1 at 10",
                                          "attach 1 at 10"));
     EXPECT_THAT(links, ElementsAre("1 up"));
+    EXPECT_EQ(gates.polls, 2u);
 }
 
 TEST_F(LiveLinesTest, DeviceThatIsGoneIsNotTriedAgain) {
