@@ -130,6 +130,31 @@ TEST_F(TalctlTest, StatusTellsNodeInterfacesLoginsAndServers) {
                            HasSubstr("192.0.2.1:1812")));
 }
 
+TEST_F(TalctlTest, ServersAreShownWithTheirCounters) {
+    start();
+    EXPECT_EQ(0, talctl("servers"));
+    EXPECT_EQ("no servers: ISA answers from a list of users\n", out);
+    node::control::ServerView first;
+    first.name = "first";
+    first.address = "192.0.2.1:1812";
+    first.role = "authentication";
+    first.state = "trial";
+    first.transport = "udp";
+    first.counters.requests = uint64_t{1} << 40;
+    first.counters.accepts = 3;
+    first.counters.rejects = 4;
+    first.dropped.late = 5;
+    first.dropped.malformed = 6;
+    first.roundTrip = {7, 1500, 20000, 123456};
+    node.setServers({first});
+    EXPECT_EQ(0, talctl("servers"));
+    EXPECT_THAT(out, HasSubstr("first   192.0.2.1:1812  authentication  trial  1099511627776  3"));
+    EXPECT_THAT(out, HasSubstr(" 11       1.5     20.0    123.5\n"));
+    EXPECT_EQ(0, talctl("servers --json"));
+    EXPECT_THAT(out, AllOf(HasSubstr("\"requests\": 1099511627776"), HasSubstr("\"late\": 5"),
+                           HasSubstr("\"p99_us\": 123456")));
+}
+
 TEST_F(TalctlTest, InterfaceIsShownWithWhatCouldNotBeReadAsAQuestionMark) {
     node.refuse("rpcTalIntfAdminStateGet", 1);
     node.refuse("rpcTalRuleGet", 1);

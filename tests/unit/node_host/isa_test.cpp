@@ -148,6 +148,56 @@ TEST_F(IsaTest, CircuitIdWithoutEndIsReadToTheEndOfItsField) {
     EXPECT_EQ(replies, (Replies{"3 2 -1"}));
 }
 
+// Somebody else answers; here the test.
+class Authority : public node::LoginAuthority {
+public:
+    void prepare(rpcTalLoginBlockBll& block) override { std::strcpy(block.remoteId, "known"); }
+    void ask(const rpcTalLoginBlockBll& block) override { asked.push_back(block.interface); }
+    void forgetConfiguration() override { ++forgotten; }
+
+    std::vector<unsigned> asked;
+    int forgotten = 0;
+};
+
+TEST_F(IsaTest, AuthorityIsAskedOncePerOpenRequestAndFillsInTheBlock) {
+    Authority authority;
+    isa.useAuthority(authority);
+    rpcTalLoginBlockBll block{};
+    block.interface = 3;
+    isa.request(block);
+    EXPECT_STREQ(block.remoteId, "known");
+    request(3, "good");
+    request(4, "good");
+    loop.run(true);
+    EXPECT_EQ(authority.asked, (std::vector<unsigned>{3, 4}));
+    EXPECT_TRUE(replies.empty());
+    EXPECT_EQ(isa.record(3).verdict, Isa::Verdict::waiting);
+    isa.answer(3, {true, 0ms, {}});
+    EXPECT_EQ(replies, (Replies{"3 2 0", "3 3 0"}));
+    request(3, "good");
+    EXPECT_EQ(authority.asked.size(), 3u);
+}
+
+TEST_F(IsaTest, AuthorityIsAskedAfreshAfterARequestWasWithdrawn) {
+    Authority authority;
+    isa.useAuthority(authority);
+    request(3, "good");
+    isa.withdraw(3);
+    EXPECT_EQ(isa.record(3).verdict, Isa::Verdict::neverAnswered);
+    request(3, "good");
+    EXPECT_EQ(authority.asked, (std::vector<unsigned>{3, 3}));
+    isa.answer(3, {false, 0ms, {}});
+    isa.answer(3, {false, 0ms, {}});  // not asked for: a login that is ended
+    EXPECT_EQ(replies, (Replies{"3 2 -1", "3 2 -1"}));
+}
+
+TEST_F(IsaTest, ClearingIsTheAuthoritysMatter) {
+    Authority authority;
+    isa.useAuthority(authority);
+    isa.clearUsers();
+    EXPECT_EQ(authority.forgotten, 1);
+}
+
 TEST_F(IsaTest, PlatformClassRefusesWithoutIsaAndWithoutBlock) {
     rpcTalLoginBlockBll block{};
     isaradiusbll& service = singleton<isaradiusbll>::instance();

@@ -1,0 +1,296 @@
+// What servers are told of sessions, whatever dies in between. "Another process" is another
+// object on the same file.
+#include "node/isa/sessions.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/radius/scripted_server.h"
+#include "tests/unit/node_host/temp_dir.h"
+
+namespace {
+
+using namespace node::radius;
+using node::Sessions;
+using node::Time;
+using node::Traffic;
+using radius_test::ScriptedServer;
+
+constexpr Time second{1'000'000};
+
+class SessionsTest : public testing::Test {
+protected:
+    SessionsTest() { begin(); }
+
+    // Another process: it counts from zero.
+    void begin(Time interim = Time(0)) {
+        traffic.clear();
+        sessions.emplace(
+            reactor, log,
+            Sessions::Settings{file, [this](unsigned ifId) { return traffic[ifId]; },
+                               [this] { return 1'800'000'000 + reactor.now() / second; }});
+        tellServer(interim);
+    }
+    void tellServer(Time interim = Time(0)) {
+        ClientSettings settings;
+        settings.servers = {server.settings()};
+        settings.patience = Time(0);
+        settings.pacedRate = 0;
+        sessions->useServers(std::move(settings), format, interim);
+    }
+    // Without a farewell: what was to be written is not.
+    void kill() {
+        const std::string before = contents();
+        sessions.reset();
+        directory.write("sessions", before);
+        if (before.empty()) {
+            std::filesystem::remove(file);
+        }
+    }
+    std::string contents() const {
+        std::ifstream in(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+
+    void open(unsigned ifId, bool resume = false, const std::vector<Buffer>& classes = {{1}}) {
+        Line line;
+        line.interfaceName = "1/" + std::to_string(ifId);
+        line.interfaceNumber = ifId;
+        line.circuitId = "circuit " + std::to_string(ifId);
+        sessions->open(ifId, line, classes, resume);
+    }
+    void pass(Time time = second / 10) { reactor.advance(time); }
+    // Answers everything that was not answered yet.
+    void answer() {
+        while (answered < server.requests.size()) {
+            server.answer(ScriptedServer::Sent(server.requests[answered++]),
+                          Code::accountingResponse);
+            pass();
+        }
+    }
+    // "Start 7 ID" of each request so far.
+    std::vector<std::string> told() const {
+        std::vector<std::string> result;
+        for (const ScriptedServer::Sent& sent : server.requests) {
+            const uint32_t status = number(sent, attribute::acctStatusType);
+            result.push_back(std::string(status == 1   ? "Start"
+                                         : status == 2 ? "Stop"
+                                                       : "Interim") +
+                             " " + std::to_string(number(sent, attribute::nasPort)) + " " +
+                             textOf(*sent.view().first(attribute::acctSessionId)));
+        }
+        return result;
+    }
+    static uint32_t number(const ScriptedServer::Sent& sent, AttributeName name) {
+        const auto value = sent.view().first(name);
+        return value ? numberOf(*value).value() : 0;
+    }
+
+    node_test::TempDir directory;
+    const std::string file = directory.path() + "/sessions";
+    radius_test::VirtualReactor reactor;
+    std::ostringstream out;
+    node::EventLog log{out};
+    ScriptedServer server{reactor, "first", "secret of the first"};
+    LoginFormat format;
+    std::map<unsigned, Traffic> traffic;
+    size_t answered = 0;
+    std::optional<Sessions> sessions;
+};
+
+using Told = std::vector<std::string>;
+
+TEST_F(SessionsTest, StartIsWrittenBeforeItIsSent) {
+    open(7);
+    EXPECT_TRUE(told().empty());
+    EXPECT_EQ(std::string::npos, contents().find("circuit"));
+    pass();
+    const std::string id = sessions->idOf(7);
+    EXPECT_EQ(Told{"Start 7 " + id}, told());
+    EXPECT_NE(std::string::npos, contents().find(id));
+    EXPECT_EQ(1U, sessions->untold());
+    answer();
+    EXPECT_EQ(0U, sessions->untold());
+    pass(60 * second);
+    EXPECT_EQ(1U, server.requests.size());
+}
+
+TEST_F(SessionsTest, StopCarriesWhatWentThroughAndWhy) {
+    traffic[7] = {1000, 0, 10, 0};  // of an earlier session
+    open(7);
+    sessions->close(7, TerminateCause::idleTimeout);
+    traffic[7] = {1500, 0, 13, 0};  // nothing passes in between; the kept frame does at once
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    answer();
+    answer();
+    reactor.advance(20 * second);
+    traffic[7] = {(uint64_t{5} << 32) + 1000, uint64_t{1} << 33, 14, 7};
+    sessions->close(7, TerminateCause::lostCarrier);
+    pass();
+    const ScriptedServer::Sent stop = server.requests.back();
+    EXPECT_EQ("Stop 7 " + id, told().back());
+    EXPECT_EQ(0U, number(stop, attribute::acctInputOctets));
+    EXPECT_EQ(5U, number(stop, attribute::acctInputGigawords));
+    EXPECT_EQ(2U, number(stop, attribute::acctOutputGigawords));
+    EXPECT_EQ(4U, number(stop, attribute::acctInputPackets));
+    EXPECT_EQ(7U, number(stop, attribute::acctOutputPackets));
+    EXPECT_EQ(2U, number(stop, attribute::acctTerminateCause));
+    EXPECT_NEAR(20.0, number(stop, attribute::acctSessionTime), 1.0);
+    EXPECT_EQ((Buffer{1}), Buffer(stop.view().first(attribute::classOfLogin)->begin(),
+                                  stop.view().first(attribute::classOfLogin)->end()));
+    answer();
+    EXPECT_EQ(0U, sessions->untold());
+    EXPECT_EQ("tal sessions 1\nend 0\n", contents());
+}
+
+TEST_F(SessionsTest, StopWaitsForItsStartAndTheNextStartForTheStop) {
+    open(7);
+    const std::string first = sessions->idOf(7);
+    pass();
+    sessions->close(7, TerminateCause::adminReset);
+    open(7);
+    const std::string next = sessions->idOf(7);
+    EXPECT_NE(first, next);
+    pass();
+    EXPECT_EQ(Told{"Start 7 " + first}, told());
+    answer();
+    EXPECT_EQ((Told{"Start 7 " + first, "Stop 7 " + first, "Start 7 " + next}), told());
+}
+
+TEST_F(SessionsTest, ReplayGoesOnWithTheSessionAndWhatItCounted) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    traffic[7] = {100, 0, 1, 0};
+    pass();
+    answer();
+    kill();
+    begin();
+    EXPECT_TRUE(sessions->isLeft(7));
+    open(7, true, {{9}});
+    EXPECT_FALSE(sessions->isLeft(7));
+    EXPECT_EQ(id, sessions->idOf(7));
+    traffic[7] = {50, 0, 2, 0};
+    pass();
+    EXPECT_EQ(1U, server.requests.size());
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_EQ("Stop 7 " + id, told().back());
+    EXPECT_EQ(150U, number(server.requests.back(), attribute::acctInputOctets));
+    EXPECT_EQ(9, (*server.requests.back().view().first(attribute::classOfLogin))[0]);
+}
+
+TEST_F(SessionsTest, FreshLoginEndsWhatWasLeft) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    answer();
+    kill();
+    begin();
+    open(7, false);
+    pass();
+    EXPECT_EQ("Stop 7 " + id, told().back());
+    EXPECT_EQ(11U, number(server.requests.back(), attribute::acctTerminateCause));
+    answer();
+    EXPECT_EQ("Start 7 " + sessions->idOf(7), told().back());
+    EXPECT_NE(id, sessions->idOf(7));
+}
+
+TEST_F(SessionsTest, StartThatNobodyAnsweredIsSentAgainUnderItsId) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    kill();
+    server.requests.clear();
+    begin();
+    pass();
+    EXPECT_EQ(Told{"Start 7 " + id}, told());
+}
+
+TEST_F(SessionsTest, SessionThatWasNeverWrittenWasNeverTold) {
+    open(7);
+    kill();
+    begin();
+    pass();
+    EXPECT_TRUE(told().empty());
+    EXPECT_FALSE(sessions->isLeft(7));
+}
+
+TEST_F(SessionsTest, EndThatIsNotYetWrittenIsWrittenAtTheEndOfTheProcess) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    answer();
+    sessions->close(7, TerminateCause::adminReset);
+    sessions.reset();
+    begin();
+    EXPECT_FALSE(sessions->isLeft(7));
+    pass();
+    EXPECT_EQ("Stop 7 " + id, told().back());
+}
+
+TEST_F(SessionsTest, InterimRecordsComeAtTheirIntervalUntilTheEnd) {
+    tellServer(60 * second);
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    answer();
+    traffic[7] = {70, 0, 1, 0};
+    reactor.advance(60 * second);
+    EXPECT_EQ("Interim 7 " + id, told().back());
+    EXPECT_EQ(70U, number(server.requests.back(), attribute::acctInputOctets));
+    // One that is not answered is not followed by a second.
+    const auto interims = [this] {
+        std::set<uint8_t> ids;
+        for (size_t i = answered; i < server.requests.size(); ++i) {
+            ids.insert(server.requests[i].view().id());
+        }
+        return ids.size();
+    };
+    EXPECT_EQ(1U, interims());
+    answer();
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    answer();
+    const size_t before = server.requests.size();
+    reactor.advance(600 * second);
+    EXPECT_EQ(before, server.requests.size());
+}
+
+TEST_F(SessionsTest, OtherServersAreToldWhatTheFirstDidNotTake) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    tellServer();
+    pass();
+    EXPECT_EQ((Told{"Start 7 " + id, "Start 7 " + id}), told());
+    EXPECT_NE(server.requests[0].channel, server.requests[1].channel);
+}
+
+TEST_F(SessionsTest, WithoutServersNothingIsToldAndOpenSessionsAreRemembered) {
+    sessions->useServers(std::nullopt, format, Time(0));
+    open(7);
+    open(8);
+    sessions->close(8, TerminateCause::adminReset);
+    pass();
+    EXPECT_TRUE(told().empty());
+    kill();
+    begin();
+    EXPECT_EQ(std::set<unsigned>{7}, sessions->left());
+}
+
+TEST_F(SessionsTest, ServerThatTakesNothingFillsNeitherMemoryNorDisk) {
+    server.refusesChannels = true;
+    tellServer();
+    for (int i = 0; i < 17'000; ++i) {
+        open(1);
+        sessions->close(1, TerminateCause::adminReset);
+    }
+    EXPECT_LE(sessions->untold(), 16'384U);
+    open(1);
+    EXPECT_NE("", sessions->idOf(1));
+}
+
+}  // namespace
