@@ -44,11 +44,11 @@ std::string needsRestart(const Config& now, const Config& next) {
     if (now.control != next.control) {
         return next.file + ": control" + cannot;
     }
-    if (now.engine != next.engine) {
-        return next.file + ": engine" + cannot;
-    }
     if (now.profiles.file != next.profiles.file) {
         return next.file + ": profiles.file" + cannot;
+    }
+    if (now.engine != next.engine) {
+        return next.file + ": engine" + cannot;
     }
     for (const Config::Interface& interface : next.interfaces) {
         const Config::Interface* const before = find(now, interface.id);
