@@ -44,9 +44,6 @@ std::string needsRestart(const Config& now, const Config& next) {
     if (now.control != next.control) {
         return next.file + ": control" + cannot;
     }
-    if (now.engine != next.engine) {
-        return next.file + ": engine" + cannot;
-    }
     if (now.radius.has_value() != next.radius.has_value()) {
         return next.file + ": who answers logins, [isa] or [radius]," + cannot;
     }
@@ -57,6 +54,9 @@ std::string needsRestart(const Config& now, const Config& next) {
     }
     if (now.profiles.file != next.profiles.file) {
         return next.file + ": profiles.file" + cannot;
+    }
+    if (now.engine != next.engine) {
+        return next.file + ": engine" + cannot;
     }
     for (const Config::Interface& interface : next.interfaces) {
         const Config::Interface* const before = find(now, interface.id);
