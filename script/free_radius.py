@@ -3,7 +3,7 @@
 starts one that knows the given users, says where it is, and runs until its input ends or a
 signal comes. As a module it is what the tests of the node start.
 
-    free_radius.py --directory DIR [--users FILE] [--accept NAME] [--reject NAME]
+    free_radius.py --directory DIR [--port N] [--users FILE] [--accept NAME] [--reject NAME]
 
 prints one line per fact: "port N", "accounting-port N", "secret-file PATH" (of the node's form, with
 an entry "first"), then "ready". FILE holds users in FreeRADIUS's own form. NAME may hold a range:
@@ -162,9 +162,9 @@ def named(pattern):
 class FreeRadius:
     """Users who are not given are rejected. The directory must exist and stays."""
 
-    def __init__(self, directory, users, secret=None, signs=True):
+    def __init__(self, directory, users, secret=None, signs=True, port=None):
         self.directory = pathlib.Path(directory)
-        self.port = free_port()
+        self.port = port or free_port()
         self.accounting_port = self.port + 1
         self.secret = secret or secrets.token_hex(16)
         self._process = None
@@ -232,6 +232,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--directory", type=pathlib.Path, required=True)
+    parser.add_argument("--port", type=int, help="and the one above it; free ones unless said")
     parser.add_argument("--users", type=pathlib.Path)
     parser.add_argument("--accept", action="append", default=[], metavar="NAME")
     parser.add_argument("--reject", action="append", default=[], metavar="NAME")
@@ -242,7 +243,7 @@ def main():
     users = "".join([*(accepted(name) for each in arguments.accept for name in named(each)),
                      *(rejected(name) for each in arguments.reject for name in named(each)),
                      arguments.users.read_text() if arguments.users else ""])
-    server = FreeRadius(arguments.directory, users)
+    server = FreeRadius(arguments.directory, users, port=arguments.port)
 
     def leave(*_):
         server.stop()
