@@ -293,7 +293,8 @@ void Node::startManagement() {
         config.control.socket = options_.controlSocket;
     }
     if (!config.control.socket.empty() || !config.control.listen.empty()) {
-        management_ = std::make_unique<Management>(config, *library_, engine_, log_, radius_.get());
+        management_ = std::make_unique<Management>(config, *library_, engine_, profiles_, log_,
+                                                   radius_.get());
         watchStorage();
     }
 }

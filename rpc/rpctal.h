@@ -1,12 +1,29 @@
 // The module's C service functions, the only way in for management and for ISA's answers,
 // and the management rule record. Callable from any thread; each returns an rpc_tal_res
 // (0 success, 1 failure, 2 rule incompatible, 3 interface not valid, 4 peer not notified),
-// writes only storage of the caller and lets no exception out.
+// writes only storage of the caller and lets no exception out. C and C++.
 #pragma once
 
-#include "tal/tal.h"
-
+#include <assert.h>
+#include <stdbool.h>
 #include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+#include "tal/tal.h"
+#else
+// The module's enumerations as the numbers they are.
+typedef int32_t rpc_tal_rule_type;  // 0 to 9
+typedef uint32_t talOperation;
+#define talOperationAdd 0U  // add or modify; any other value deletes
+#define talOperationDelete 0xFFFFFFFFU
+#define talUnset 0xFFFFFFFFU  // an unset 32-bit slot of a rule
+typedef uint32_t talIntfFwdState;        // 0 to 2
+typedef uint32_t talIntfAuthenFwdState;  // 0 to 4
+typedef uint32_t talIntfAuthorFwdState;  // 0 to 4
+typedef struct rpcTalRulePattern rpcTalRulePattern;
+typedef struct rpcTalRule rpcTalRule;
+#endif
 
 struct rpcTalRulePattern {
     uint32_t format;       // 0 text, 1 MAC address, 2 raw, 0xFFFFFFFF unset
@@ -30,11 +47,13 @@ struct rpcTalRule {
     rpc_tal_rule_type type;
 };
 
-static_assert(sizeof(rpcTalRulePattern) == 528);
-static_assert(sizeof(rpcTalRule) == 1876);
-static_assert(offsetof(rpcTalRule, type) == 1872);
+static_assert(sizeof(rpcTalRulePattern) == 528, "as agreed with management");
+static_assert(sizeof(rpcTalRule) == 1876, "as agreed with management");
+static_assert(offsetof(rpcTalRule, type) == 1872, "as agreed with management");
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
 uint32_t rpcTalAdminStateSet(int state);  // any non-zero state means on
 uint32_t rpcTalAdminStateGet(bool* state);
@@ -67,6 +86,9 @@ uint32_t rpcTalRuleSet(unsigned intf, rpcTalRule* rule, talOperation op);
 uint32_t rpcTalRuleBundleSet(unsigned intf, rpcTalRule* rule);
 uint32_t rpcTalRuleGet(unsigned intf, rpcTalRule* rule);
 
-uint32_t rpcTalConvertAllDynamicProfilesToStatic();
-uint32_t clearIsaConfiguration();
+uint32_t rpcTalConvertAllDynamicProfilesToStatic(void);
+uint32_t clearIsaConfiguration(void);
+
+#ifdef __cplusplus
 }
+#endif

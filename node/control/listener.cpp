@@ -25,7 +25,7 @@
 #include <memory>
 #include <utility>
 
-#include "node/control/text.h"
+#include "node/text/bytes.h"
 
 namespace node::control {
 
@@ -126,7 +126,7 @@ Descriptor listenUnix(const std::string& path, const std::string& group) {
 Descriptor listenTcp(const std::string& address) {
     const std::string what = "management address " + address;
     const size_t colon = address.rfind(':');
-    const auto port = decimal(colon == std::string::npos ? "" : address.substr(colon + 1));
+    const auto port = decimalOf(colon == std::string::npos ? "" : address.substr(colon + 1));
     if (colon == 0 || !port || *port > highestPort) {
         fail(what, "expected ADDRESS:PORT or [ADDRESS]:PORT");
     }

@@ -6,6 +6,7 @@
 #include <chrono>
 
 #include "node/control/text.h"
+#include "node/text/bytes.h"
 
 namespace node::control {
 
@@ -240,7 +241,7 @@ v1::StoredLogin messageOf(const StoredLogin& login) {
     message.set_vendor_id(escaped(login.vendorId));
     message.set_client_id(escaped(login.clientId));
     message.set_source_mac(escaped(login.sourceMac));
-    message.set_source_ip(ipText(bytesOfWord(login.sourceIp)));
+    message.set_source_ip(ipText(login.sourceIp));
     message.set_user_pattern_sequence(escaped(login.userPatternSequence));
     message.set_user_pattern_mask(escaped(login.userPatternMask));
     message.set_extra_int(login.extraInt);
@@ -311,6 +312,16 @@ v1::Server messageOf(const ServerView& server) {
     *message.mutable_counters() = messageOf(server.counters);
     *message.mutable_dropped() = messageOf(server.dropped);
     *message.mutable_round_trip() = messageOf(server.roundTrip);
+    return message;
+}
+
+v1::Profile messageOf(const ProfileInfo& profile) {
+    v1::Profile message;
+    message.set_kind(stateOf<v1::ProfileKind>(static_cast<uint32_t>(profile.kind)));
+    message.set_name(escaped(profile.name));
+    message.set_state(stateOf<v1::ProfileState>(static_cast<uint32_t>(profile.state)));
+    message.set_protected_(profile.isProtected);
+    message.mutable_interfaces()->Add(profile.interfaces.begin(), profile.interfaces.end());
     return message;
 }
 

@@ -29,6 +29,7 @@ v1::NodeInfoResponse messageOf(const Identity& identity);
 v1::Interface messageOf(const InterfaceView& view);  // what the view tells
 v1::StoredLogin messageOf(const StoredLogin& login);
 v1::Server messageOf(const ServerView& server);
+v1::Profile messageOf(const ProfileInfo& profile);
 v1::Event messageOf(const EventHub::Record& record);
 
 }  // namespace node::control

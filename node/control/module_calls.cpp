@@ -9,6 +9,7 @@
 
 #include "node/control/rule_record.h"
 #include "node/control/service_functions.h"
+#include "node/rules/rule_record.h"
 
 namespace node::control {
 
@@ -90,7 +91,7 @@ uint32_t ModuleCalls::ruleAdd(unsigned ifId, const Rule& rule) {
     if (rule.kind == RuleKind::any) {
         return view_.anyRuleSet(ifId, true);
     }
-    rpcTalRule record = unsetRecord(rule.kind);
+    rpcTalRule record = unsetRule(typeOf(rule.kind));
     fillSlot(rule, record);
     return functions_.ruleSet(ifId, &record, talOperationAdd);
 }
@@ -99,12 +100,12 @@ uint32_t ModuleCalls::ruleDelete(unsigned ifId, RuleKind kind) {
     if (kind == RuleKind::any) {
         return view_.anyRuleSet(ifId, false);
     }
-    rpcTalRule record = unsetRecord(kind);
+    rpcTalRule record = unsetRule(typeOf(kind));
     return functions_.ruleSet(ifId, &record, talOperationDelete);
 }
 
 uint32_t ModuleCalls::bundleSet(unsigned ifId, const std::vector<Rule>& rules) {
-    rpcTalRule record = unsetRecord(RuleKind::any);
+    rpcTalRule record = unsetRule(ruleAny);
     for (const Rule& rule : rules) {
         fillSlot(rule, record);
     }
@@ -112,7 +113,7 @@ uint32_t ModuleCalls::bundleSet(unsigned ifId, const std::vector<Rule>& rules) {
 }
 
 uint32_t ModuleCalls::rulesGet(unsigned ifId, std::vector<Rule>& rules) {
-    rpcTalRule record = unsetRecord(RuleKind::any);
+    rpcTalRule record = unsetRule(ruleAny);
     const uint32_t result = functions_.ruleGet(ifId, &record);
     if (result != talResOk) {
         return result;

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "node/profile.h"
+
 namespace node::control {
 
 struct Identity {
@@ -91,6 +93,7 @@ public:
     virtual Identity identity() const = 0;
     virtual std::vector<InterfaceView> interfaces() const = 0;  // ascending ids
     virtual std::vector<ServerView> servers() const = 0;        // empty: ISA has none
+    virtual std::vector<ProfileInfo> profiles() const = 0;      // by kind, then name
     virtual std::string storageFile() const = 0;  // its contents, empty when there is none
 
     // The rule for any frame, which the record of the service functions cannot carry: a rule

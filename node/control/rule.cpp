@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <set>
 
+#include "node/rules/rule_record.h"
+
 namespace node::control {
 
 namespace {
@@ -23,6 +25,14 @@ bool allZero(const std::string& bytes) {
 
 bool isPattern(RuleKind kind) {
     return kind == RuleKind::vendorId || kind == RuleKind::remoteId || kind == RuleKind::clientId;
+}
+
+std::string problemOfEtherType(uint32_t number) {
+    if (number < lowestEtherType || number > highestEtherType) {
+        return "an EtherType is between 0x0600 and 0xFFFF";
+    }
+    return isTagType(number) ? "the type behind all VLAN tags is compared, so never that of a tag"
+                             : "";
 }
 
 std::string problemOfPattern(const Rule& rule) {
@@ -55,9 +65,7 @@ std::string problemOf(const Rule& rule) {
         case RuleKind::any:
             return {};
         case RuleKind::etherType:
-            return rule.number >= lowestEtherType && rule.number <= highestEtherType
-                       ? ""
-                       : "an EtherType is between 0x0600 and 0xFFFF";
+            return problemOfEtherType(rule.number);
         case RuleKind::dhcp:
             return rule.number <= dhcpDiscover ? ""
                                                : "a DHCP rule is for any message or for DISCOVER";

@@ -22,6 +22,10 @@ enum class RuleKind {  // in the module's numbers
 };
 constexpr int ruleKinds = 10;
 
+constexpr uint32_t typeOf(RuleKind kind) {
+    return static_cast<uint32_t>(kind);
+}
+
 enum class PatternFormat { text, mac, raw };
 
 constexpr uint32_t dhcpAny = 0;

@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "node/rules/rule_record.h"
+
 namespace node::control {
 
 namespace {
 
-constexpr uint32_t recordText = 0;
-constexpr uint32_t recordMac = 1;
-constexpr uint32_t recordRaw = 2;
 constexpr size_t wordBytes = 4;
 
 uint32_t wordAt(const std::string& bytes, size_t offset) {
@@ -51,27 +50,18 @@ std::string bytesFrom(uint32_t word) {
     return bytes;
 }
 
-template <class Field>
-bool isSet(const Field& field) {
-    return std::any_of(std::begin(field), std::end(field), [](auto part) { return part != 0; });
-}
-
-rpcTalRulePattern& patternOf(RuleKind kind, rpcTalRule& record) {
-    return record.pattern[static_cast<int>(kind) - static_cast<int>(RuleKind::vendorId)];
-}
-
 void fillPattern(const Rule& rule, rpcTalRulePattern& slot) {
     switch (rule.format) {
         case PatternFormat::text:
-            slot.format = recordText;
+            slot.format = patternText;
             std::copy(rule.value.begin(), rule.value.end(), slot.text);
             break;
         case PatternFormat::mac:
-            slot.format = recordMac;
+            slot.format = patternMac;
             std::memcpy(slot.mac, rule.value.data(), macLength);
             break;
         case PatternFormat::raw:
-            slot.format = recordRaw;
+            slot.format = patternRaw;
             std::memcpy(slot.raw, rule.value.data(), rule.value.size());
             slot.rawLength = static_cast<uint32_t>(rule.value.size());
             break;
@@ -80,10 +70,10 @@ void fillPattern(const Rule& rule, rpcTalRulePattern& slot) {
 
 Rule ruleOf(RuleKind kind, const rpcTalRulePattern& slot) {
     Rule rule{.kind = kind};
-    if (slot.format == recordText) {
+    if (slot.format == patternText) {
         rule.format = PatternFormat::text;
         rule.value.assign(slot.text, strnlen(slot.text, sizeof slot.text));
-    } else if (slot.format == recordMac) {
+    } else if (slot.format == patternMac) {
         rule.format = PatternFormat::mac;
         rule.value = bytesFrom(slot.mac);
     } else {
@@ -94,19 +84,36 @@ Rule ruleOf(RuleKind kind, const rpcTalRulePattern& slot) {
     return rule;
 }
 
-}  // namespace
-
-rpcTalRule unsetRecord(RuleKind kind) {
-    rpcTalRule record{};
-    record.ethType = talUnset;
-    record.type8Value = talUnset;
-    record.type2Value = talUnset;
-    for (rpcTalRulePattern& pattern : record.pattern) {
-        pattern.format = talUnset;
+Rule ruleInSlot(RuleKind kind, const rpcTalRule& record) {
+    switch (kind) {
+        case RuleKind::any:
+            break;
+        case RuleKind::etherType:
+            return {.kind = kind, .number = record.ethType};
+        case RuleKind::dhcp:
+            return {.kind = kind, .number = record.type2Value};
+        case RuleKind::vendorId:
+        case RuleKind::remoteId:
+        case RuleKind::clientId:
+            return ruleOf(kind, *patternSlot(record, typeOf(kind)));
+        case RuleKind::mac:
+            return {.kind = kind,
+                    .value = bytesFrom(record.macAddr),
+                    .mask = bytesFrom(record.macMask)};
+        case RuleKind::ip:
+            return {
+                .kind = kind, .value = bytesFrom(record.ipValue), .mask = bytesFrom(record.ipMask)};
+        case RuleKind::vlan:
+            return {.kind = kind, .number = record.type8Value};
+        case RuleKind::userPattern:
+            return {.kind = kind,
+                    .value = bytesFrom(record.userPatternSequence),
+                    .mask = bytesFrom(record.userPatternMask)};
     }
-    record.type = static_cast<rpc_tal_rule_type>(kind);
-    return record;
+    return {};
 }
+
+}  // namespace
 
 void fillSlot(const Rule& rule, rpcTalRule& record) {
     record.type = static_cast<rpc_tal_rule_type>(rule.kind);
@@ -122,7 +129,7 @@ void fillSlot(const Rule& rule, rpcTalRule& record) {
         case RuleKind::vendorId:
         case RuleKind::remoteId:
         case RuleKind::clientId:
-            fillPattern(rule, patternOf(rule.kind, record));
+            fillPattern(rule, *patternSlot(record, typeOf(rule.kind)));
             break;
         case RuleKind::mac:
             std::memcpy(record.macAddr, rule.value.data(), macLength);
@@ -144,29 +151,11 @@ void fillSlot(const Rule& rule, rpcTalRule& record) {
 
 std::vector<Rule> rulesOf(const rpcTalRule& record) {
     std::vector<Rule> rules;
-    const auto addNumber = [&](RuleKind kind, uint32_t number) {
-        if (number != talUnset) {
-            rules.push_back({.kind = kind, .number = number});
-        }
-    };
-    const auto addMasked = [&](RuleKind kind, std::string value, std::string mask) {
-        if (isSet(value) && isSet(mask)) {
-            rules.push_back({.kind = kind, .value = std::move(value), .mask = std::move(mask)});
-        }
-    };
-    addNumber(RuleKind::etherType, record.ethType);
-    addNumber(RuleKind::dhcp, record.type2Value);
-    const RuleKind patternKinds[] = {RuleKind::vendorId, RuleKind::remoteId, RuleKind::clientId};
-    for (size_t i = 0; i < std::size(patternKinds); ++i) {
-        if (record.pattern[i].format != talUnset) {
-            rules.push_back(ruleOf(patternKinds[i], record.pattern[i]));
+    for (uint32_t type = ruleEtherType; type < ruleTypes; ++type) {
+        if (isRuleSet(record, type)) {
+            rules.push_back(ruleInSlot(static_cast<RuleKind>(type), record));
         }
     }
-    addMasked(RuleKind::mac, bytesFrom(record.macAddr), bytesFrom(record.macMask));
-    addMasked(RuleKind::ip, bytesFrom(record.ipValue), bytesFrom(record.ipMask));
-    addNumber(RuleKind::vlan, record.type8Value);
-    addMasked(RuleKind::userPattern, bytesFrom(record.userPatternSequence),
-              bytesFrom(record.userPatternMask));
     return rules;
 }
 

@@ -8,9 +8,6 @@
 
 namespace node::control {
 
-// A record with every slot unset: what deletes a rule of its type.
-rpcTalRule unsetRecord(RuleKind kind);
-
 // Puts a rule without a problem into its slot and sets the record's type.
 void fillSlot(const Rule& rule, rpcTalRule& record);
 

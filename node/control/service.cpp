@@ -358,6 +358,16 @@ Reactor* Service::ListServers(Context* context, const v1::ListServersRequest*,
     });
 }
 
+Reactor* Service::ListProfiles(Context* context, const v1::ListProfilesRequest*,
+                               v1::ListProfilesResponse* response) {
+    return answer(context, [&] {
+        for (const ProfileInfo& profile : view_.profiles()) {
+            *response->add_profiles() = messageOf(profile);
+        }
+        return Status::OK;
+    });
+}
+
 grpc::ServerWriteReactor<v1::Event>* Service::Events(Context* context,
                                                      const v1::EventsRequest* request) {
     EventHub::Filter filter{.ifId = request->interface()};

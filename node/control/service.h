@@ -74,6 +74,8 @@ private:
                               tal::v1::ListStoredLoginsResponse* response) override;
     Reactor* ListServers(Context* context, const tal::v1::ListServersRequest* request,
                          tal::v1::ListServersResponse* response) override;
+    Reactor* ListProfiles(Context* context, const tal::v1::ListProfilesRequest* request,
+                          tal::v1::ListProfilesResponse* response) override;
     grpc::ServerWriteReactor<tal::v1::Event>* Events(
         Context* context, const tal::v1::EventsRequest* request) override;
 

@@ -9,7 +9,7 @@
 
 #include <iterator>
 
-#include "node/control/text.h"
+#include "node/text/bytes.h"
 
 namespace node::control {
 
@@ -27,7 +27,7 @@ struct Line {
 };
 
 uint32_t numberOr0(std::string_view hex) {
-    return hexNumber(hex).value_or(0);
+    return hexNumberOf(hex).value_or(0);
 }
 
 // The lines of a login below its first one.
@@ -97,7 +97,7 @@ std::string takeFirstLine(const Line& line, StoredLogin& login) {
     if (value.empty() || value.size() > 2) {
         return badLength(line, interfaceLabel, value.size());
     }
-    login.ifId = decimal(value).value_or(0);
+    login.ifId = decimalOf(value).value_or(0);
     login.line = line.number;
     return {};
 }

@@ -7,6 +7,7 @@
 
 #include "node/control/text.h"
 #include "node/ctl/failure.h"
+#include "node/text/bytes.h"
 
 namespace node::ctl {
 
@@ -55,7 +56,13 @@ std::optional<unsigned> resultIn(const grpc::ClientContext& context) {
     const auto found = trailers.find(resultKey);
     return found == trailers.end()
                ? std::nullopt
-               : control::decimal(std::string_view(found->second.data(), found->second.size()));
+               : decimalOf(std::string_view(found->second.data(), found->second.size()));
+}
+
+// The library tells each attempt's reason behind words about its own ways.
+std::string reasonOf(const std::string& message) {
+    constexpr std::string_view lead = "failed to connect to all addresses; last error: UNKNOWN: ";
+    return message.starts_with(lead) ? message.substr(lead.size()) : message;
 }
 
 [[noreturn]] void fail(const Endpoint& endpoint, const grpc::Status& status,
@@ -67,7 +74,8 @@ std::optional<unsigned> resultIn(const grpc::ClientContext& context) {
         case grpc::StatusCode::FAILED_PRECONDITION:
             throw Failure(exitRefused, message, resultIn(context));
         case grpc::StatusCode::UNAVAILABLE:
-            throw Failure(exitUnreachable, "no node at " + endpoint.server + ": " + message);
+            throw Failure(exitUnreachable,
+                          "no node at " + endpoint.server + ": " + reasonOf(message));
         case grpc::StatusCode::DEADLINE_EXCEEDED:
             throw Failure(exitUnreachable, "the node at " + endpoint.server +
                                                " did not answer within " +
@@ -123,7 +131,7 @@ unsigned Client::interfaceNamed(const std::string& name, bool allAllowed) {
     if (name == "all" && allAllowed) {
         return 0;
     }
-    if (const auto id = control::decimal(name)) {
+    if (const auto id = decimalOf(name)) {
         if (*id == 0) {
             throw Failure(exitUsage, "interfaces are counted from 1");
         }

@@ -80,6 +80,7 @@ private:
     void storeShow();
     void storeVerify();
     void events();
+    void profilesList();
     void profilesConvert();
     void isaClear();
     void completion();
@@ -210,7 +211,7 @@ void Talctl::addRuleOptions(CLI::App* command, bool withAny) {
         ->type_name("INTERFACE")
         ->required();
     for (const RuleOption& each : ruleOptions) {
-        const std::string name = "--" + std::string(each.name);
+        const std::string name = "--" + std::string(nameOf(each.kind));
         const std::string help(each.help);
         if (each.value.empty() && withAny) {
             command->add_flag_callback(
@@ -241,7 +242,7 @@ void Talctl::buildRule() {
         ->required();
     std::vector<std::string> kinds;
     for (const RuleOption& each : ruleOptions) {
-        kinds.emplace_back(each.name);
+        kinds.emplace_back(nameOf(each.kind));
     }
     kinds.emplace_back("all");
     oneOf(remove->add_option("kind", kind_, "the kind of the rule")->required(), kinds)
@@ -281,8 +282,10 @@ void Talctl::buildOther() {
         ->expected(1)
         ->take_all();
     events->add_option("--count", count_, "stop after so many")->type_name("N");
-    command(group("profiles", "profiles that logins have created"), "convert",
-            "turn all dynamic profiles into configured ones", &Talctl::profilesConvert);
+    CLI::App* const profiles = group("profiles", "list profiles, keep what logins have created");
+    command(profiles, "list", "all profiles of the node", &Talctl::profilesList);
+    command(profiles, "convert", "turn all dynamic profiles into static ones",
+            &Talctl::profilesConvert);
     command(group("isa", "the node's RADIUS side"), "clear",
             "set all TAL settings to their defaults and clear ISA's configuration",
             &Talctl::isaClear);
@@ -415,7 +418,7 @@ std::vector<control::Rule> Talctl::rules() const {
     for (const auto& [kind, value] : ruleValues_) {
         ParsedRule parsed = parseRule(kind, value);
         if (!parsed.rule) {
-            throw Failure(exitUsage, "--" + std::string(nameOf(kind)) + ": " + parsed.problem);
+            throw Failure(exitUsage, "--" + std::string(nameOf(kind)) + " " + parsed.problem);
         }
         rules.push_back(std::move(*parsed.rule));
     }
@@ -440,7 +443,7 @@ void Talctl::ruleDelete() {
     v1::RuleSetRequest request;
     request.set_interface(interface(true));
     for (const RuleOption& each : ruleOptions) {
-        if (kind_ == "all" || kind_ == each.name) {
+        if (kind_ == "all" || kind_ == nameOf(each.kind)) {
             request.set_delete_(
                 static_cast<v1::RuleKind>(static_cast<int>(each.kind) + v1::RULE_KIND_ANY));
             client().call(&Stub::RuleSet, request);
@@ -560,6 +563,10 @@ void Talctl::events() {
         out_ << (json_ ? jsonOf(event).line() + "\n" : lineOf(event)) << std::flush;
         return ++seen != count_;
     });
+}
+
+void Talctl::profilesList() {
+    show(client().call(&Stub::ListProfiles));
 }
 
 void Talctl::profilesConvert() {

@@ -12,15 +12,14 @@ namespace node::ctl {
 
 struct RuleOption {
     control::RuleKind kind;
-    std::string_view name;   // "vlan": the option --vlan, and what the kind is called
     std::string_view value;  // how its value is told in the help; empty: it takes none
     std::string_view help;
 };
 
 extern const std::array<RuleOption, control::ruleKinds> ruleOptions;
 
+// "vlan": the option --vlan, and what the kind is called.
 std::string_view nameOf(control::RuleKind kind);
-std::optional<control::RuleKind> kindNamed(std::string_view name);
 
 // A rule without a problem, or what is wrong with the text.
 struct ParsedRule {

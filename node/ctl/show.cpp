@@ -329,6 +329,36 @@ Json jsonOf(const v1::ListStoredLoginsResponse& list) {
         .add("logins", std::move(logins));
 }
 
+std::string tableOf(const v1::ListProfilesResponse& list) {
+    Table table({"KIND", "NAME", "STATE", "PROTECTED", "INTERFACES"});
+    for (const v1::Profile& profile : list.profiles()) {
+        std::string interfaces;
+        for (const uint32_t ifId : profile.interfaces()) {
+            interfaces += (interfaces.empty() ? "" : ", ") + std::to_string(ifId);
+        }
+        table.add({word(profile.kind()), profile.name(), word(profile.state()),
+                   profile.protected_() ? "yes" : "no", orDash(interfaces)});
+    }
+    return table.empty() ? "no profiles\n" : table.text();
+}
+
+Json jsonOf(const v1::ListProfilesResponse& list) {
+    Json profiles = Json::array();
+    for (const v1::Profile& profile : list.profiles()) {
+        Json interfaces = Json::array();
+        for (const uint32_t ifId : profile.interfaces()) {
+            interfaces.add(Json::of(ifId));
+        }
+        profiles.add(Json::object()
+                         .add("kind", word(profile.kind()))
+                         .add("name", profile.name())
+                         .add("state", word(profile.state()))
+                         .add("protected", profile.protected_())
+                         .add("interfaces", std::move(interfaces)));
+    }
+    return Json::object().add("profiles", std::move(profiles));
+}
+
 std::string lineOf(const v1::Event& event) {
     const std::string kind = word(event.kind());
     return timeText(event.time()) + "  " + event.interface_name() + "  " + kind +

@@ -33,6 +33,7 @@ std::string tableOf(const v1::RuleList& rules);
 std::string tableOf(const std::vector<NamedStatistics>& statistics);
 std::string tableOf(const v1::ListStoredLoginsResponse& list);
 std::string tableOf(const v1::ListServersResponse& list);
+std::string tableOf(const v1::ListProfilesResponse& list);
 std::string lineOf(const v1::Event& event);
 
 Json jsonOf(const Status& status);
@@ -42,6 +43,7 @@ Json jsonOf(const v1::RuleList& rules);
 Json jsonOf(const std::vector<NamedStatistics>& statistics);
 Json jsonOf(const v1::ListStoredLoginsResponse& list);
 Json jsonOf(const v1::ListServersResponse& list);
+Json jsonOf(const v1::ListProfilesResponse& list);
 Json jsonOf(const v1::Event& event);
 
 }  // namespace node::ctl

@@ -21,8 +21,9 @@ std::string wordOf(std::string_view prefix, const std::string& enumerator) {
         return "unknown";
     }
     std::string text = enumerator.substr(prefix.size());
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) {
+        return c == '_' ? '-' : static_cast<char>(std::tolower(c));
+    });
     return text;
 }
 
@@ -46,6 +47,14 @@ std::string word(v1::StageState state) {
 
 std::string word(v1::EventKind kind) {
     return wordOf("EVENT_KIND_", v1::EventKind_Name(kind));
+}
+
+std::string word(v1::ProfileKind kind) {
+    return wordOf("PROFILE_KIND_", v1::ProfileKind_Name(kind));
+}
+
+std::string word(v1::ProfileState state) {
+    return wordOf("PROFILE_STATE_", v1::ProfileState_Name(state));
 }
 
 RuleWords words(const v1::Rule& message) {

@@ -16,6 +16,8 @@ std::string word(v1::Gate gate);
 std::string word(v1::ForwardingState state);
 std::string word(v1::StageState state);
 std::string word(v1::EventKind kind);
+std::string word(v1::ProfileKind kind);
+std::string word(v1::ProfileState state);
 
 // "vlan" and "100"; a rule that says nothing is "unknown" and "".
 struct RuleWords {

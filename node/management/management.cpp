@@ -59,8 +59,13 @@ bool liveEventKind(std::string_view logKind, control::EventKind& kind) {
 }
 
 Management::Management(const Config& config, const Library& library, const Engine& engine,
-                       EventLog& log, const RadiusIsa* radius)
-    : node_(config.node), library_(library), engine_(engine), log_(log), radius_(radius) {
+                       const ProfileStore& profiles, EventLog& log, const RadiusIsa* radius)
+    : node_(config.node),
+      library_(library),
+      engine_(engine),
+      profiles_(profiles),
+      log_(log),
+      radius_(radius) {
     for (const Config::Interface& interface : config.interfaces) {
         lines_.push_back({interface.id, interface.name, interface.kernelName});
     }

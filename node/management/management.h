@@ -16,6 +16,7 @@
 #include "node/isa/radius_isa.h"
 #include "node/log/event_log.h"
 #include "node/module/library.h"
+#include "node/profiles/profile_store.h"
 
 namespace node {
 
@@ -26,8 +27,8 @@ class Management final : private control::NodeView {
 public:
     // Listens on return. Everything given must outlive it; without `radius` a list of users
     // answers. Throws control::ServerError with the text for the operator.
-    Management(const Config& config, const Library& library, const Engine& engine, EventLog& log,
-               const RadiusIsa* radius = nullptr);
+    Management(const Config& config, const Library& library, const Engine& engine,
+               const ProfileStore& profiles, EventLog& log, const RadiusIsa* radius = nullptr);
     Management(const Management&) = delete;
     Management& operator=(const Management&) = delete;
     ~Management() override;  // no call runs afterwards
@@ -42,6 +43,7 @@ private:
     control::Identity identity() const override;
     std::vector<control::InterfaceView> interfaces() const override;
     std::vector<control::ServerView> servers() const override;
+    std::vector<ProfileInfo> profiles() const override { return profiles_.list(); }
     std::string storageFile() const override;
     uint32_t anyRuleSet(unsigned ifId, bool present) override;
 
@@ -52,6 +54,7 @@ private:
     std::vector<Line> lines_;  // ascending ids
     const Library& library_;
     const Engine& engine_;
+    const ProfileStore& profiles_;
     EventLog& log_;
     const RadiusIsa* const radius_;
     const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();

@@ -40,6 +40,11 @@ bool isSameRule(const rpcTalRule& a, const rpcTalRule& b, uint32_t type);
 rpcTalRulePattern* patternSlot(rpcTalRule& record, uint32_t type);
 const rpcTalRulePattern* patternSlot(const rpcTalRule& record, uint32_t type);
 
+// Such a type stands in front of the one that is compared, so a rule for it matches nothing.
+constexpr bool isTagType(uint32_t etherType) {
+    return etherType == 0x8100 || etherType == 0x88a8 || etherType == 0x9100;
+}
+
 // The module refuses these beside an EtherType rule for anything but IPv4.
 bool looksIntoIpv4(uint32_t type);
 

@@ -27,16 +27,13 @@ constexpr uint32_t lowestEtherType = 0x0600;  // what is below is a length
 constexpr uint32_t highestEtherType = 0xffff;
 constexpr uint32_t highestVlan = 4094;
 constexpr uint32_t ipBits = 32;
+constexpr uint32_t macBits = 48;
 constexpr size_t longestPattern = 255;
 constexpr size_t userPatternBytes = 128;
 constexpr std::string_view hexPrefix = "hex:";
 constexpr std::string_view macPrefix = "mac:";
 
 constexpr char noProblem[] = "";
-
-bool isTagType(uint32_t etherType) {
-    return etherType == 0x8100 || etherType == 0x88a8 || etherType == 0x9100;
-}
 
 std::optional<uint32_t> numberOf(std::string_view text) {
     return text.starts_with("0x") || text.starts_with("0X") ? hexNumberOf(text.substr(2))
@@ -95,7 +92,7 @@ std::string patternFromText(std::string_view text, rpcTalRulePattern& slot) {
     } else if (text.starts_with(macPrefix)) {
         const auto mac = macOf(text.substr(macPrefix.size()));
         if (!mac) {
-            return "must be six pairs of hex digits joined by \":\" behind \"mac:\"";
+            return "must be six pairs of hex digits joined by \":\" or \"-\" behind \"mac:\"";
         }
         pattern.format = patternMac;
         std::copy(mac->begin(), mac->end(), pattern.mac);
@@ -127,14 +124,29 @@ bool allZero(const Bytes& bytes) {
     return std::all_of(bytes.begin(), bytes.end(), [](uint8_t byte) { return byte == 0; });
 }
 
+MacAddress macMaskOfBits(uint32_t bits) {
+    MacAddress mask{};
+    for (uint32_t bit = 0; bit < bits; ++bit) {
+        mask[bit / 8] = static_cast<uint8_t>(mask[bit / 8] | 0x80 >> bit % 8);
+    }
+    return mask;
+}
+
+// Without a mask every bit; otherwise a number of bits, or a mask written like an address.
+std::optional<MacAddress> macMaskOf(std::optional<std::string_view> text) {
+    const std::optional<uint32_t> bits = text ? decimalOf(*text) : macBits;
+    if (bits) {
+        return *bits <= macBits ? std::optional(macMaskOfBits(*bits)) : std::nullopt;
+    }
+    return macOf(*text);
+}
+
 std::string macFromText(std::string_view text, rpcTalRule& record) {
     const auto [value, maskText] = halves(text);
     const auto address = macOf(value);
-    MacAddress allBits;
-    allBits.fill(0xff);
-    const auto mask = maskText ? macOf(*maskText) : std::optional(allBits);
+    const auto mask = macMaskOf(maskText);
     if (!address || !mask) {
-        return "must be a MAC address, or one and a mask like it: "
+        return "must be a MAC address, or one and its prefix length or mask: "
                "\"00:11:22:00:00:00/ff:ff:ff:00:00:00\"";
     }
     if (allZero(*address) || allZero(*mask)) {

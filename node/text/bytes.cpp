@@ -44,12 +44,12 @@ std::optional<std::vector<uint8_t>> bytesOfHex(std::string_view text) {
 
 std::optional<MacAddress> macOf(std::string_view text) {
     MacAddress mac{};
-    if (text.size() != 3 * mac.size() - 1) {
+    if (text.size() != 3 * mac.size() - 1 || (text[2] != ':' && text[2] != '-')) {
         return std::nullopt;
     }
     for (size_t i = 0; i < mac.size(); ++i) {
         const auto byte = bytesOfHex(text.substr(3 * i, 2));
-        if (!byte || (i + 1 < mac.size() && text[3 * i + 2] != ':')) {
+        if (!byte || (i + 1 < mac.size() && text[3 * i + 2] != text[2])) {
             return std::nullopt;
         }
         mac[i] = byte->front();

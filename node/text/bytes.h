@@ -17,7 +17,7 @@ using MacAddress = std::array<uint8_t, 6>;
 std::optional<uint32_t> decimalOf(std::string_view text);               // "0" to "4294967295"
 std::optional<uint32_t> hexNumberOf(std::string_view text);             // one to eight digits
 std::optional<std::vector<uint8_t>> bytesOfHex(std::string_view text);  // pairs of digits
-std::optional<MacAddress> macOf(std::string_view text);                 // "02:00:5e:10:00:01"
+std::optional<MacAddress> macOf(std::string_view text);                 // joined by : or -
 std::optional<uint32_t> ipOf(std::string_view text);                    // "192.0.2.1"
 
 std::string hexText(std::span<const uint8_t> bytes);

@@ -28,7 +28,7 @@ class PlainClient(unittest.TestCase):
                     "IntfAuthorOperStateGet", "IntfStatisticsGet", "IntfStatesGet", "RuleSet",
                     "RuleBundleSet", "RuleGet", "ConvertAllDynamicProfilesToStatic",
                     "ClearIsaConfiguration", "NodeInfo", "ListInterfaces", "ListStoredLogins",
-                    "ListServers", "Events"}
+                    "ListServers", "ListProfiles", "Events"}
         expected |= {f"Intf{each}State{way}" for each in settings for way in ("Set", "Get")}
         self.assertEqual(expected, set(self.service.methods()))
 

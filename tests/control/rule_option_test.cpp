@@ -32,12 +32,17 @@ const Good good[] = {
     {RuleKind::dhcp, "any", {.kind = RuleKind::dhcp, .number = 0}, ""},
     {RuleKind::dhcp, "discover", {.kind = RuleKind::dhcp, .number = 1}, ""},
     {RuleKind::vendorId, "acme*", {.kind = RuleKind::vendorId, .value = "acme"}, ""},
+    {RuleKind::vendorId, "acme", {.kind = RuleKind::vendorId, .value = "acme"}, "acme*"},
     {RuleKind::vendorId, "*", {.kind = RuleKind::vendorId, .value = ""}, ""},
     {RuleKind::remoteId, "a b/c*", {.kind = RuleKind::remoteId, .value = "a b/c"}, ""},
     {RuleKind::clientId,
      "hex:01fF00*",
      {.kind = RuleKind::clientId, .format = PatternFormat::raw, .value = "\x01\xff\0"s},
      "hex:01ff00*"},
+    {RuleKind::clientId,
+     "hex:01",
+     {.kind = RuleKind::clientId, .format = PatternFormat::raw, .value = "\x01"s},
+     "hex:01*"},
     {RuleKind::clientId,
      "mac:00:11:22:33:44:55*",
      {.kind = RuleKind::clientId,
@@ -105,17 +110,15 @@ TEST(RuleOption, BadTextsAreRefusedWithASentence) {
         {RuleKind::etherType, "-1"},
         {RuleKind::etherType, "0800h"},
         {RuleKind::etherType, "ipx"},
+        {RuleKind::etherType, "0x8100"},
         {RuleKind::dhcp, ""},
         {RuleKind::dhcp, "DISCOVER"},
         {RuleKind::dhcp, "offer"},
-        {RuleKind::vendorId, ""},
-        {RuleKind::vendorId, "acme"},
         {RuleKind::vendorId, "ac*me"},
         {RuleKind::vendorId, "ac*me*"},
         {RuleKind::vendorId, std::string(256, 'a') + "*"},
         {RuleKind::clientId, "hex:0*"},
         {RuleKind::clientId, "hex:0g*"},
-        {RuleKind::clientId, "hex:01"},
         {RuleKind::clientId, "mac:00:11*"},
         {RuleKind::mac, ""},
         {RuleKind::mac, "00:11:22:33:44"},
@@ -164,9 +167,8 @@ TEST(RuleOption, EveryKindHasAName) {
     for (int kind = 0; kind < control::ruleKinds; ++kind) {
         const auto known = static_cast<RuleKind>(kind);
         EXPECT_EQ(known, ruleOptions[static_cast<size_t>(kind)].kind);
-        EXPECT_EQ(known, kindNamed(nameOf(known)));
+        EXPECT_NE("", nameOf(known));
     }
-    EXPECT_EQ(std::nullopt, kindNamed("vlans"));
 }
 
 }  // namespace

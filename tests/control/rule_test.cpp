@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "node/control/rule_record.h"
+#include "node/rules/rule_record.h"
 
 namespace node::control {
 namespace {
@@ -56,7 +57,7 @@ TEST(Rules, GoodOnesComeBackFromTheRecordAsTheyWent) {
     EXPECT_EQ("", problemOf({.kind = RuleKind::any}));
     for (const Rule& rule : goodRules()) {
         EXPECT_EQ("", problemOf(rule));
-        rpcTalRule record = unsetRecord(rule.kind);
+        rpcTalRule record = unsetRule(typeOf(rule.kind));
         EXPECT_EQ(std::vector<Rule>{}, rulesOf(record));
         fillSlot(rule, record);
         EXPECT_EQ(static_cast<int>(rule.kind), record.type);
@@ -69,6 +70,8 @@ TEST(Rules, BadOnesAreRefusedWithASentence) {
     const Rule bad[] = {
         number(RuleKind::etherType, 0x05FF),
         number(RuleKind::etherType, 0x10000),
+        number(RuleKind::etherType, 0x8100),
+        number(RuleKind::etherType, 0x88A8),
         number(RuleKind::etherType, 0xFFFFFFFF),
         number(RuleKind::dhcp, 2),
         number(RuleKind::dhcp, 0xFFFFFFFF),
@@ -96,7 +99,7 @@ TEST(Rules, BadOnesAreRefusedWithASentence) {
 }
 
 TEST(Rules, RecordHasTheModulesNumbers) {
-    rpcTalRule record = unsetRecord(RuleKind::any);
+    rpcTalRule record = unsetRule(ruleAny);
     fillSlot(masked(RuleKind::ip, net, netMask), record);
     fillSlot(masked(RuleKind::userPattern, frame("\x01\x02\x03\x04\x05"), frame("\xff")), record);
     fillSlot(pattern(RuleKind::remoteId, PatternFormat::raw, "abc"), record);
@@ -109,14 +112,14 @@ TEST(Rules, RecordHasTheModulesNumbers) {
 
 TEST(Rules, UnsetRecordDeletesWhateverItsType) {
     for (int kind = 0; kind < ruleKinds; ++kind) {
-        const rpcTalRule record = unsetRecord(static_cast<RuleKind>(kind));
+        const rpcTalRule record = unsetRule(static_cast<uint32_t>(kind));
         EXPECT_EQ(kind, record.type);
         EXPECT_EQ(std::vector<Rule>{}, rulesOf(record));
     }
 }
 
 TEST(Rules, HalfOfAMaskedPairInARecordIsNoRule) {
-    rpcTalRule record = unsetRecord(RuleKind::any);
+    rpcTalRule record = unsetRule(ruleAny);
     record.macAddr[0] = 1;
     record.ipMask = 0xFF;
     record.userPatternMask[3] = 1;
@@ -124,7 +127,7 @@ TEST(Rules, HalfOfAMaskedPairInARecordIsNoRule) {
 }
 
 TEST(Rules, TextOfARecordThatDoesNotEndStopsAtItsField) {
-    rpcTalRule record = unsetRecord(RuleKind::any);
+    rpcTalRule record = unsetRule(ruleAny);
     record.pattern[0].format = 0;
     std::fill(std::begin(record.pattern[0].text), std::end(record.pattern[0].text), 'a');
     std::fill(std::begin(record.pattern[0].mac), std::end(record.pattern[0].mac), 'b');

@@ -360,6 +360,36 @@ TEST_F(ServiceTest, ServersAreListedAndAUserListHasNone) {
     EXPECT_TRUE(list.servers(0).alive());
 }
 
+TEST_F(ServiceTest, ProfilesAreListedInTheNodesOrder) {
+    v1::ListProfilesResponse list;
+    EXPECT_EQ(StatusCode::OK, code(&Stub::ListProfiles, v1::ListProfilesRequest(), list));
+    EXPECT_EQ(0, list.profiles_size());
+    std::vector<ProfileInfo> profiles;
+    for (size_t kind = 0; kind < profileKindCount; ++kind) {
+        profiles.push_back({.kind = static_cast<ProfileKind>(kind),
+                            .name = "Default\n",
+                            .state = ProfileState::builtIn,
+                            .isProtected = false,
+                            .interfaces = {}});
+    }
+    profiles[0].state = ProfileState::dynamic;
+    profiles[0].isProtected = true;
+    profiles[0].interfaces = {1, 2};
+    profiles[1].state = ProfileState::fixed;
+    node.setProfiles(profiles);
+    EXPECT_EQ(StatusCode::OK, code(&Stub::ListProfiles, v1::ListProfilesRequest(), list));
+    ASSERT_EQ(static_cast<int>(profileKindCount), list.profiles_size());
+    for (int i = 0; i < list.profiles_size(); ++i) {
+        EXPECT_EQ(v1::PROFILE_KIND_SERVICE + i, list.profiles(i).kind());
+        EXPECT_EQ("Default\\x0a", list.profiles(i).name());
+        EXPECT_EQ(i == 0, list.profiles(i).protected_());
+        EXPECT_EQ(i == 0 ? 2 : 0, list.profiles(i).interfaces_size());
+    }
+    EXPECT_EQ(v1::PROFILE_STATE_DYNAMIC, list.profiles(0).state());
+    EXPECT_EQ(v1::PROFILE_STATE_STATIC, list.profiles(1).state());
+    EXPECT_EQ(v1::PROFILE_STATE_BUILT_IN, list.profiles(2).state());
+}
+
 TEST_F(ServiceTest, RequestThatIsTooLargeIsRefusedAndTheNodeGoesOn) {
     v1::RuleSetRequest request;
     request.mutable_add()->mutable_vendor_id()->set_text(std::string(100000, 'a'));

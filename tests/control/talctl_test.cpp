@@ -58,6 +58,39 @@ TEST_F(TalctlTest, SettersReachTheNodeByAnyNameOfAnInterface) {
                     "rpcTalConvertAllDynamicProfilesToStatic()", "clearIsaConfiguration()"));
 }
 
+TEST_F(TalctlTest, ProfilesAreListedByTheNamesThatTheConfigurationUses) {
+    start();
+    EXPECT_EQ(0, talctl("profiles list"));
+    EXPECT_EQ("no profiles\n", out);
+    std::vector<ProfileInfo> profiles;
+    for (size_t kind = 0; kind < profileKindCount; ++kind) {
+        profiles.push_back({.kind = static_cast<ProfileKind>(kind),
+                            .name = "p",
+                            .state = static_cast<ProfileState>(kind % 3),
+                            .isProtected = kind == 0,
+                            .interfaces = {}});
+    }
+    profiles[0].interfaces = {1, 2};
+    node.setProfiles(profiles);
+    EXPECT_EQ(0, talctl("profiles list"));
+    std::istringstream lines(out);
+    std::string line;
+    std::getline(lines, line);
+    EXPECT_EQ("KIND         NAME  STATE     PROTECTED  INTERFACES", line);
+    for (const ProfileInfo& profile : profiles) {
+        std::string kind;
+        std::string name;
+        std::string state;
+        std::string rest;
+        lines >> kind >> name >> state;
+        std::getline(lines, rest);
+        EXPECT_EQ(profileKindName(profile.kind), kind);
+        EXPECT_EQ(profileStateName(profile.state), state);
+        EXPECT_THAT(rest, HasSubstr(profile.isProtected ? "yes        1, 2" : "no         -"));
+    }
+    EXPECT_EQ("", err);
+}
+
 TEST_F(TalctlTest, RulesAreAddedShownDeletedAndBundled) {
     start();
     EXPECT_EQ(0, talctl("rule add 1/1 --vendor-id acme*"));
@@ -222,8 +255,8 @@ TEST_F(TalctlTest, LineThatCannotBeMeantIsTwoAndReachesNobody) {
         {"interface show 0", "counted from 1"},
         {"rule add 1", "exactly one rule"},
         {"rule add 1 --vlan 100 --any", "exactly one rule"},
-        {"rule add 1 --vlan 5000", "--vlan: a VLAN id is between 0 and 4094"},
-        {"rule add 1 --vendor-id acme", "write \"acme*\""},
+        {"rule add 1 --vlan 5000", "--vlan must be a VLAN id, 0 to 4094"},
+        {"rule add 1 --vendor-id ac*me", "--vendor-id must have its star at the end"},
         {"rule bundle 1 --vlan 100", "DHCP"},
         {"rule bundle 1 --dhcp any --vendor-id acme*", "pattern"},
         {"rule bundle 1 --dhcp any --any", "what is --any?"},

@@ -7,13 +7,14 @@
 
 #include "node/control/rule_record.h"
 #include "node/control/service_functions.h"
+#include "node/rules/rule_record.h"
 
 namespace node::control {
 
 struct TestNode::Module {
     struct Line {
         std::array<bool, 4> settings{false, true, true, false};
-        rpcTalRule rules = unsetRecord(RuleKind::any);
+        rpcTalRule rules = unsetRule(ruleAny);
     };
 
     std::mutex mutex;
@@ -297,6 +298,11 @@ void TestNode::setServers(std::vector<ServerView> servers) {
     servers_ = std::move(servers);
 }
 
+void TestNode::setProfiles(std::vector<ProfileInfo> profiles) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    profiles_ = std::move(profiles);
+}
+
 void TestNode::setStates(uint32_t forwarding, uint32_t authentication, uint32_t authorization) {
     const std::lock_guard<std::mutex> lock(module_->mutex);
     module_->forwarding = forwarding;
@@ -321,6 +327,11 @@ std::vector<InterfaceView> TestNode::interfaces() const {
 std::vector<ServerView> TestNode::servers() const {
     const std::lock_guard<std::mutex> lock(mutex_);
     return servers_;
+}
+
+std::vector<ProfileInfo> TestNode::profiles() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return profiles_;
 }
 
 std::string TestNode::storageFile() const {

@@ -30,11 +30,13 @@ public:
     void setFile(const std::string& contents);
     void setInterface(const InterfaceView& view);  // by id
     void setServers(std::vector<ServerView> servers);
+    void setProfiles(std::vector<ProfileInfo> profiles);
     void setStates(uint32_t forwarding, uint32_t authentication, uint32_t authorization);
 
     Identity identity() const override;
     std::vector<InterfaceView> interfaces() const override;
     std::vector<ServerView> servers() const override;
+    std::vector<ProfileInfo> profiles() const override;
     std::string storageFile() const override;
     uint32_t anyRuleSet(unsigned ifId, bool present) override;
 
@@ -44,6 +46,7 @@ private:
     mutable std::mutex mutex_;
     std::vector<InterfaceView> interfaces_;
     std::vector<ServerView> servers_;
+    std::vector<ProfileInfo> profiles_;
     std::string file_;
     std::unique_ptr<Module> module_;
 };

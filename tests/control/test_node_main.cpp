@@ -76,6 +76,16 @@ int main(int argc, char** argv) {
                       .requests = 7,
                       .timeouts = 1,
                       .note = ""}});
+    node.setProfiles({{.kind = node::ProfileKind::service,
+                       .name = "gold",
+                       .state = node::ProfileState::dynamic,
+                       .isProtected = true,
+                       .interfaces = {1, 2}},
+                      {.kind = node::ProfileKind::accessList,
+                       .name = "guests",
+                       .state = node::ProfileState::fixed,
+                       .isProtected = false,
+                       .interfaces = {}}});
     ServerOptions options;
     options.socketPath = argv[1];
     Server server(TestNode::functions(), node, options, [](const std::string&) {});

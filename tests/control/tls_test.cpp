@@ -143,7 +143,7 @@ TEST_F(TlsTest, TalctlShowsItsCertificateAndAWrongOneIsUnreachable) {
     const auto talctl = [&](const MadeCertificates& shown) {
         std::ostringstream out;
         std::ostringstream err;
-        return ctl::run({"--server", "localhost:" + std::to_string(server->tcpPort()), "--ca",
+        return ctl::run({"--server", "127.0.0.1:" + std::to_string(server->tcpPort()), "--ca",
                          ours.path("ca.crt"), "--cert", shown.path("operator.crt"), "--key",
                          shown.path("operator.key"), "status"},
                         out, err);

@@ -3,51 +3,20 @@
 /var/log of its own. Its traffic is one client's DISCOVER over and over, so that a login follows
 whenever management asks for one. Usage: managed_node_test.py BUILD-DIRECTORY SAMPLES"""
 import json
-import os
 import pathlib
 import queue
-import signal
+import socket
 import struct
 import subprocess
 import sys
-import tempfile
 import threading
-import time
 import unittest
 
-PRIVATE = "--in-private-namespace"
-SKIPPED = 77
-STORE = pathlib.Path("/var/log/tal.store.dat")
-PATIENCE = 30
-
-
-def enter_private_log():
-    """Starts this program again where /var/log is empty and nobody else's."""
-    if sys.argv[-1] == PRIVATE:
-        sys.argv.pop()
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m", "tal-test", "/var/log"],
-                                 capture_output=True, text=True, check=False)
-        if mounted.returncode != 0:
-            print("skipped: no file system can be mounted on /var/log:", mounted.stderr)
-            sys.exit(SKIPPED)
-        return
-    unshare = ["unshare", "-m" if os.geteuid() == 0 else "-Urm"]
-    if subprocess.run([*unshare, "true"], capture_output=True, check=False).returncode != 0:
-        print("skipped: private mount namespaces are refused here (unshare)")
-        sys.exit(SKIPPED)
-    os.execvp(unshare[0], [*unshare, sys.executable, "-B", *sys.argv, PRIVATE])
-
-
-if __name__ == "__main__":
-    enter_private_log()
+from managed import Managed, PATIENCE, SAMPLES, STORE, TALCTL, TALNODE, until
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "control"))
 import grpc  # noqa: E402
 from reflected import Reflected  # noqa: E402
-
-BUILD, SAMPLES = (pathlib.Path(each) for each in sys.argv[1:3])
-TALCTL = BUILD / "bin/talctl"
-TALNODE = BUILD / "bin/talnode"
 
 LINES = """
 [[interface]]
@@ -74,15 +43,11 @@ def discovers():
     return recorded[:24] + b"".join(records)
 
 
-def until(what, condition):
-    """The first true value of the condition."""
-    end = time.monotonic() + PATIENCE
-    while time.monotonic() < end:
-        value = condition()
-        if value:
-            return value
-        time.sleep(0.01)
-    raise AssertionError(f"{what}: not within {PATIENCE} s")
+def free_port():
+    """Nobody's at this moment, and given to nobody else who asks the kernel for one soon."""
+    with socket.socket() as taken:
+        taken.bind(("127.0.0.1", 0))
+        return taken.getsockname()[1]
 
 
 class LiveEvents:
@@ -108,14 +73,10 @@ class LiveEvents:
         return found
 
 
-class ManagedNode(unittest.TestCase):
+class ManagedNode(Managed):
     def setUp(self):
-        STORE.unlink(missing_ok=True)
-        directory = tempfile.TemporaryDirectory(prefix="tal-managed-")
-        self.addCleanup(directory.cleanup)
-        self.directory = pathlib.Path(directory.name)
+        super().setUp()
         (self.directory / "discovers.pcap").write_bytes(discovers())
-        self.socket = self.directory / "control.sock"
 
     def config(self, control, name="node.toml"):
         path = self.directory / name
@@ -124,25 +85,11 @@ class ManagedNode(unittest.TestCase):
         return path
 
     def start(self, control='[control]\nsocket = "control.sock"\n', *arguments):
-        self.log = self.directory / "log"
-        with open(self.log, "wb") as log:
-            self.node = subprocess.Popen(
-                [TALNODE, "--config", self.config(control), "--pace", "recorded", "--stay",
-                 *arguments], stdout=log, stderr=log)
-        self.addCleanup(self.node.wait)
-        self.addCleanup(self.node.kill)
-        until("the node listens", lambda: self.socket.exists() or self.node.poll() is not None)
-        self.assertIsNone(self.node.poll(), self.log.read_text())
+        self.start_node(self.config(control), *arguments)
         channel = grpc.insecure_channel(f"unix:{self.socket}")
         self.addCleanup(channel.close)
         grpc.channel_ready_future(channel).result(timeout=PATIENCE)
         self.client = Reflected(channel)
-
-    def talctl(self, *arguments):
-        done = subprocess.run([TALCTL, "--server", f"unix:{self.socket}", "--json", *arguments],
-                              capture_output=True, text=True, timeout=60, check=False)
-        self.assertEqual(0, done.returncode, f"{arguments}: {done.stderr}")
-        return json.loads(done.stdout)
 
     def listen(self):
         """The same events twice: as talctl prints them and as the other client gets them."""
@@ -156,12 +103,6 @@ class ManagedNode(unittest.TestCase):
         self.addCleanup(stream.cancel)
         until("both listen", lambda: self.talctl("status")["node"]["event_clients"] == 2)
         return talctl, LiveEvents(talctl.stdout, json.loads), LiveEvents(stream)
-
-    def end(self):
-        self.node.send_signal(signal.SIGTERM)
-        self.assertEqual(0, self.node.wait(timeout=PATIENCE), self.log.read_text())
-        self.assertFalse(self.socket.exists())
-        self.assertIn("stopped and unloaded", self.log.read_text())
 
     def test_login_from_switching_on_to_switching_off(self):
         self.start()
@@ -246,7 +187,40 @@ class ManagedNode(unittest.TestCase):
     def test_tcp_without_certificates_is_refused(self):
         said = self.refused('[control]\nlisten = "127.0.0.1:1"\n')
         self.assertIn("no server certificate is configured", said)
-        self.assertIn("openssl req", said)
+        # What it prints, up to the first blank line behind it, is the way out.
+        commands = [line for line in said.splitlines() if "openssl req" in line or line.strip()
+                    .startswith(("$new", "for who", "-addext", "done"))]
+        self.assertGreaterEqual(len(commands), 6)
+
+    def test_tcp_is_for_those_whom_the_ca_has_signed(self):
+        """With the very commands that the documentation gives."""
+        document = (pathlib.Path(__file__).parents[2] / "docs/operations.md").read_text()
+        commands = document[document.index('new="openssl req'):]
+        commands = commands[:commands.index("```")]
+        for name in ("ours", "others"):
+            (self.directory / name).mkdir()
+            subprocess.run(["bash", "-euc", commands], cwd=self.directory / name, check=True,
+                           capture_output=True, timeout=PATIENCE)
+        port = free_port()
+        self.start(f'[control]\nsocket = "control.sock"\nlisten = "127.0.0.1:{port}"\n'
+                   'certificate = "ours/node.crt"\nkey = "ours/node.key"\n'
+                   'client-ca = "ours/ca.crt"\n')
+
+        def over_tls(directory, ca, command=("admin", "on")):
+            keys = self.directory / directory
+            return subprocess.run(
+                [TALCTL, "--server", f"localhost:{port}", "--timeout", "5", "--ca", self.directory / ca / "ca.crt",
+                 "--cert", keys / "operator.crt", "--key", keys / "operator.key", *command],
+                capture_output=True, text=True, timeout=60, check=False)
+
+        for directory, ca in (("others", "ours"), ("ours", "others"), ("others", "others")):
+            refused = over_tls(directory, ca)
+            self.assertEqual((3, ""), (refused.returncode, refused.stdout), refused.stderr)
+        self.assertFalse(self.talctl("status")["admin"])
+        done = over_tls("ours", "ours")
+        self.assertEqual((0, "done\n", ""), (done.returncode, done.stdout, done.stderr))
+        self.assertTrue(self.talctl("status")["admin"])
+        self.end()
 
 
 if __name__ == "__main__":

@@ -11,6 +11,7 @@ TEST(Bytes, GoodTextsAreRead) {
     EXPECT_EQ(node::bytesOfHex(""), std::vector<uint8_t>());
     EXPECT_EQ(node::bytesOfHex("00fFa1"), (std::vector<uint8_t>{0, 0xff, 0xa1}));
     EXPECT_EQ(node::macOf("02:aB:00:00:00:ff"), (node::MacAddress{0x02, 0xab, 0, 0, 0, 0xff}));
+    EXPECT_EQ(node::macOf("02-ab-00-00-00-ff"), (node::MacAddress{0x02, 0xab, 0, 0, 0, 0xff}));
     EXPECT_EQ(node::ipOf("192.0.2.1"), 0xc0000201u);
     EXPECT_EQ(node::ipOf("255.255.255.255"), 0xffffffffu);
     EXPECT_EQ(node::ipOf("0.0.0.0"), 0u);
@@ -27,8 +28,8 @@ TEST(Bytes, BadTextsAreNot) {
         EXPECT_FALSE(node::bytesOfHex(text)) << text;
     }
     for (const char* text :
-         {"", "02:00:00:00:00", "02:00:00:00:00:0", "02:00:00:00:00:00:", "02-00-00-00-00-00",
-          "02:00:00:00:00:0g", "+2:00:00:00:00:00", "02:00:00:00:00 00"}) {
+         {"", "02:00:00:00:00", "02:00:00:00:00:0", "02:00:00:00:00:00:", "02-00-00-00-00:00",
+          "02.00.00.00.00.00", "02:00:00:00:00:0g", "+2:00:00:00:00:00", "02:00:00:00:00 00"}) {
         EXPECT_FALSE(node::macOf(text)) << text;
     }
     for (const char* text : {"", "1", "1.2.3", "1.2.3.", "1.2.3.4.", "1.2.3.4.5", ".1.2.3",
