@@ -72,7 +72,7 @@ public:
     Outcome storedRequest(Time now);  // kept until the line can ask, if it cannot now
     std::optional<Outcome> reply(Stage stage, bool accepted, Time now);  // empty: not waited for
     Outcome expire(Time now);                                            // when the deadline passed
-    Outcome end(Time now);  // closes the gate; the next request may follow at once
+    Outcome end(Time now);                 // closes the gate; the next request may follow at once
     std::optional<Time> deadline() const;  // of the request that is open
     Cause raisedBy() const { return raisedBy_; }  // why the last request was raised
 
