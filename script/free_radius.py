@@ -3,7 +3,7 @@
 starts one that knows the given users, says where it is, and runs until its input ends or a
 signal comes. As a module it is what the tests of the node start.
 
-    free_radius.py --directory DIR [--users FILE] [--accept NAME] [--reject NAME]
+    free_radius.py --directory DIR [--port N] [--users FILE] [--accept NAME] [--reject NAME]
 
 prints one line per fact: "port N", "accounting-port N", "secret-file PATH" (of the node's form, with
 an entry "first"), then "ready". FILE holds users in FreeRADIUS's own form. NAME may hold a range:
@@ -74,7 +74,9 @@ modules {
 %{%{Acct-Input-Packets}:-0} %{%{Acct-Terminate-Cause}:-none}"
     }
 }
+TLS_CLIENTS
 server default {
+TLS_LISTEN
     listen {
         type = auth
         ipaddr = 127.0.0.1
@@ -123,6 +125,56 @@ server default {
 """
 
 
+TLS_CLIENTS = """
+clients radsec {
+    client tls {
+        ipaddr = 127.0.0.1
+        proto = tls
+        secret = radsec
+        require_message_authenticator = yes
+    }
+}
+"""
+
+TLS_LISTEN = """
+    listen {
+        type = auth+acct
+        proto = tcp
+        ipaddr = 127.0.0.1
+        port = PORT0
+        clients = radsec
+        limit {
+            max_connections = 32
+            lifetime = 0
+            idle_timeout = 0
+        }
+        tls {
+            private_key_file = DIRECTORY/server.key
+            certificate_file = DIRECTORY/server.pem
+            ca_file = DIRECTORY/ca.pem
+            require_client_cert = yes
+            tls_min_version = "1.2"
+            tls_max_version = "1.2"
+        }
+    }
+"""
+
+
+def make_certificates(directory):
+    """ca.pem, which signed server.pem and client.pem, with their keys; valid for 127.0.0.1."""
+    def openssl(*arguments):
+        subprocess.run(["openssl", *arguments], cwd=directory, check=True, capture_output=True)
+
+    new = ["req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-noenc"]
+    openssl(*new, "-x509", "-days", "30", "-subj", "/CN=ca", "-keyout", "ca.key", "-out", "ca.pem")
+    for name in ("server", "client"):
+        openssl(*new, "-x509", "-days", "30", "-subj", f"/CN={name}", "-CA", "ca.pem", "-CAkey",
+                "ca.key", "-config", "/dev/null", "-addext", "basicConstraints=critical,CA:FALSE",
+                "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", f"{name}.key",
+                "-out", f"{name}.pem")
+        (pathlib.Path(directory) / f"{name}.key").chmod(0o600)
+
+
 def installed():
     return os.access(PROGRAM, os.X_OK)
 
@@ -162,9 +214,9 @@ def named(pattern):
 class FreeRadius:
     """Users who are not given are rejected. The directory must exist and stays."""
 
-    def __init__(self, directory, users, secret=None, signs=True):
+    def __init__(self, directory, users, secret=None, signs=True, port=None, tls=False):
         self.directory = pathlib.Path(directory)
-        self.port = free_port()
+        self.port = port or free_port()
         self.accounting_port = self.port + 1
         self.secret = secret or secrets.token_hex(16)
         self._process = None
@@ -173,6 +225,10 @@ class FreeRadius:
         self._write("dictionary", "$INCLUDE /usr/share/freeradius/dictionary\n")
         self.know(users)
         text = CONFIGURATION
+        if tls:
+            make_certificates(self.directory)
+        text = text.replace("TLS_CLIENTS", TLS_CLIENTS if tls else "")
+        text = text.replace("TLS_LISTEN", TLS_LISTEN if tls else "")
         for what, by in (("SIGN", SIGN if signs else ""), ("DIRECTORY", str(self.directory)),
                          ("SECRET", self.secret), ("PORT0", str(self.port)),
                          ("PORT1", str(self.accounting_port))):
@@ -232,6 +288,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--directory", type=pathlib.Path, required=True)
+    parser.add_argument("--port", type=int, help="and the one above it; free ones unless said")
     parser.add_argument("--users", type=pathlib.Path)
     parser.add_argument("--accept", action="append", default=[], metavar="NAME")
     parser.add_argument("--reject", action="append", default=[], metavar="NAME")
@@ -242,7 +299,7 @@ def main():
     users = "".join([*(accepted(name) for each in arguments.accept for name in named(each)),
                      *(rejected(name) for each in arguments.reject for name in named(each)),
                      arguments.users.read_text() if arguments.users else ""])
-    server = FreeRadius(arguments.directory, users)
+    server = FreeRadius(arguments.directory, users, port=arguments.port)
 
     def leave(*_):
         server.stop()

@@ -88,7 +88,8 @@ private:
 
     std::ostream& out_;
     std::ostream& err_;
-    CLI::App app_{"Manages a TAL node. What a command takes: talctl COMMAND --help.", "talctl"};
+    CLI::App app_{"Manages a TAL node. More: talctl COMMAND --help; exit codes: talctl man.",
+                  "talctl"};
     std::unique_ptr<Client> client_;
 
     // What was said.
@@ -185,8 +186,6 @@ void Talctl::build() {
             inner->fallthrough();
         }
     }
-    // Last, because commands would inherit it.
-    app_.footer("Exit: 0 done, 1 refused, 2 usage, 3 node not reached, 4 broken off.");
 }
 
 void Talctl::buildInterface() {

@@ -79,9 +79,8 @@ The stored logins of a node.
 std::string manPage(const CLI::App& app) {
     return ".TH TALCTL 1 \"\" \"talctl " TAL_VERSION "\" \"User Commands\"\n.SH NAME\n" +
            roff(app.get_name()) + " \\- manage a TAL node\n.SH SYNOPSIS\n" + roff(usageOf(app)) +
-           "\n.SH DESCRIPTION\n" + roff(app.get_description()) + "\n" + roff(app.get_footer()) +
-           "\n.SH OPTIONS\n" + entriesOf(optionsOf(app)) + ".SH COMMANDS\n" + commandText(app) +
-           exitStatus + files;
+           "\n.SH DESCRIPTION\n" + roff(app.get_description()) + "\n.SH OPTIONS\n" +
+           entriesOf(optionsOf(app)) + ".SH COMMANDS\n" + commandText(app) + exitStatus + files;
 }
 
 }  // namespace node::ctl

@@ -300,16 +300,13 @@ TEST_F(ClientServer, AccountingServerThatDoesNotSignComesBackWhenThatIsAllowed) 
     for (const Demand demand : {Demand::messageAuthenticator, Demand::ifPresent}) {
         first_.probes.clear();
         const size_t channel = first_.channelsMade();
-        start(
-            [demand](ClientSettings& settings) {
-                settings.servers[0].accountingDemand = demand;
-            },
-            1);
+        start([demand](ClientSettings& settings) { settings.servers[0].accountingDemand = demand; },
+              1);
         killFirst();
         ASSERT_EQ(1U, first_.probes.size());
-        first_.deliver(channel, radius_test::answerWithoutMessageAuthenticator(
-                                    Code::accountingResponse, first_.probes[0].view(),
-                                    "secret of the first"));
+        first_.deliver(
+            channel, radius_test::answerWithoutMessageAuthenticator(
+                         Code::accountingResponse, first_.probes[0].view(), "secret of the first"));
         EXPECT_EQ(demand == Demand::ifPresent ? ServerState::alive : ServerState::dead,
                   status(0).state);
     }

@@ -4,7 +4,6 @@ Usage: radius_node_test.py BUILD-DIRECTORY SAMPLES [TEST]"""
 import pathlib
 import subprocess
 import sys
-import time
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent))
@@ -110,6 +109,22 @@ class Logins(RadiusStage):
         self.assertEqual({1}, self.lines_in("blocked"))
         self.assertEqual(set(), self.stored())
         self.assertEqual(0, self.logged("verdict +authentication"))
+        self.end()
+
+
+    def test_cleared_configuration_asks_nobody_until_it_is_read_again(self):
+        server = self.server(accepted("line-1"))
+        self.secrets(first=server.secret)
+        self.config(self.to("first", server.port))
+        self.start()
+        self.until_open(1)
+        self.talctl("isa", "clear")
+        self.until_logged("configuration cleared: nobody is asked")
+        until("no server is known", lambda: self.json("servers")["servers"] == [])
+        self.assertEqual(set(), self.lines_in("open"))
+        self.reload("counters begin again")
+        self.until_open(1)
+        self.assertEqual(2, len(server.answered()))
         self.end()
 
 

@@ -98,6 +98,35 @@ class Accounting(SessionStage):
         self.end()
 
 
+    def test_logins_and_accounting_go_over_tls(self):
+        self.rad = self.server(accepted("line-1") + accepted("line-2"), tls=True)
+        self.secrets(unused=self.rad.secret)
+        tls = (f'transport = "tls"\npeer-name = "127.0.0.1"\nauthorities = "server/ca.pem"\n'
+               'certificate = "server/client.pem"\nkey = "server/client.key"\n')
+        self.config(self.to("first", self.rad.port, more=tls), lines=2,
+                    radius='session-file = "sessions"', tables="[radius.accounting]\n")
+        self.start()
+        self.until_open(1, 2)
+        until("both are told", lambda: self.statuses("line-1") == self.statuses("line-2")
+              == ["Start"])
+        self.assertEqual("tls", self.servers()["first"]["transport"])
+        # The server drops its connections; new ones are made.
+        self.rad.stop()
+        self.rad.start()
+        self.talctl("interface", "set", "1/1", "--admin", "off")
+        until("the Stop", lambda: self.statuses("line-1") == ["Start", "Stop"])
+        self.talctl("interface", "set", "1/1", "--admin", "on")
+        self.until_open(1)
+        self.end()
+        key = self.directory / "server" / "client.key"
+        key.chmod(0o644)
+        done = subprocess.run([self.BUILD / "bin/talnode", "--config",
+                               self.directory / "node.toml"], capture_output=True, text=True,
+                              timeout=PATIENCE, check=False)
+        self.assertEqual(2, done.returncode)
+        self.assertIn("client.key: gives rights to group or others", done.stderr)
+
+
 class Dynamic(SessionStage):
     def begin_listening(self, users):
         self.listen = free_port()

@@ -270,8 +270,7 @@ void Server::received(size_t index, Bytes datagram) {
     const bool ofAccounting =
         flight.purpose == Purpose::accounting ||
         (flight.purpose == Purpose::probe && answer->code() == Code::accountingResponse);
-    const Demand demand =
-        ofAccounting ? settings_.accountingDemand : Demand::messageAuthenticator;
+    const Demand demand = ofAccounting ? settings_.accountingDemand : Demand::messageAuthenticator;
     switch (signer_.proveAnswer(*answer, flight.authenticator, demand)) {
         case Proof::badAuthenticator:
             return drop(Drop::badAuthenticator);
