@@ -193,6 +193,16 @@ def free_port():
             return port
 
 
+# Runs before every answer to a login, when answers are to take their time.
+WAIT = """
+    exec moment {
+        wait = yes
+        program = "/bin/sleep SECONDS"
+        timeout = 30
+    }
+"""
+
+
 def accepted(name, *reply):
     """A user in FreeRADIUS's form; `reply` as 'Class = "a"'."""
     return f'"{name}"\tAuth-Type := Accept\n' + (f"\t{', '.join(reply)}\n" if reply else "")
@@ -214,7 +224,7 @@ def named(pattern):
 class FreeRadius:
     """Users who are not given are rejected. The directory must exist and stays."""
 
-    def __init__(self, directory, users, secret=None, signs=True, port=None, tls=False):
+    def __init__(self, directory, users, secret=None, signs=True, port=None, tls=False, delay=0.0):
         self.directory = pathlib.Path(directory)
         self.port = port or free_port()
         self.accounting_port = self.port + 1
@@ -225,6 +235,9 @@ class FreeRadius:
         self._write("dictionary", "$INCLUDE /usr/share/freeradius/dictionary\n")
         self.know(users)
         text = CONFIGURATION
+        if delay > 0:
+            text = text.replace("modules {\n", "modules {\n" + WAIT.replace("SECONDS", str(delay)))
+            text = text.replace("    authorize {\n", "    authorize {\n        moment\n")
         if tls:
             make_certificates(self.directory)
         text = text.replace("TLS_CLIENTS", TLS_CLIENTS if tls else "")
