@@ -569,7 +569,8 @@ void RadiusIsa::keepSnapshot() {
 
 void RadiusIsa::takeSnapshot() {
     std::vector<RadiusServerInfo> rows;
-    const auto add = [this, &rows](std::vector<radius::ServerStatus> servers, bool accounting) {
+    const auto add = [this, &rows](const std::vector<radius::ServerStatus>& servers,
+                                   bool accounting) {
         for (size_t i = 0; i < servers.size() && i < config_.servers.size(); ++i) {
             const RadiusConfig::Server& server = config_.servers[i];
             rows.push_back(
