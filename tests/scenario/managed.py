@@ -2,53 +2,26 @@
 imports this as the main program's first act is started again in a mount namespace; arguments:
 BUILD-DIRECTORY SAMPLES. Exit code 77: such namespaces are refused here."""
 import json
-import os
 import pathlib
 import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 
-PRIVATE = "--in-private-namespace"
-SKIPPED = 77
-STORE = pathlib.Path("/var/log/tal.store.dat")
+import private_log
+from private_log import STORE
+
 PATIENCE = 30
 
-
-def _enter_private_log():
-    """Starts this program again where /var/log is empty and nobody else's."""
-    if sys.argv[-1] == PRIVATE:
-        sys.argv.pop()
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m", "tal-test", "/var/log"],
-                                 capture_output=True, text=True, check=False)
-        if mounted.returncode != 0:
-            print("skipped: no file system can be mounted on /var/log:", mounted.stderr)
-            sys.exit(SKIPPED)
-        return
-    unshare = ["unshare", "-m" if os.geteuid() == 0 else "-Urm"]
-    if subprocess.run([*unshare, "true"], capture_output=True, check=False).returncode != 0:
-        print("skipped: private mount namespaces are refused here (unshare)")
-        sys.exit(SKIPPED)
-    os.execvp(unshare[0], [*unshare, sys.executable, "-B", *sys.argv, PRIVATE])
-
-
-_enter_private_log()
+private_log.enter_private_log()
 BUILD, SAMPLES = (pathlib.Path(each).resolve() for each in sys.argv[1:3])
 TALCTL = BUILD / "bin/talctl"
 TALNODE = BUILD / "bin/talnode"
 
 
 def until(what, condition):
-    """The first true value of the condition."""
-    end = time.monotonic() + PATIENCE
-    while time.monotonic() < end:
-        value = condition()
-        if value:
-            return value
-        time.sleep(0.01)
-    raise AssertionError(f"{what}: not within {PATIENCE} s")
+    return private_log.until(what, condition, PATIENCE)
 
 
 class Managed(unittest.TestCase):

@@ -6,13 +6,13 @@ import json
 import pathlib
 import queue
 import socket
-import struct
 import subprocess
 import sys
 import threading
 import unittest
 
 from managed import Managed, PATIENCE, SAMPLES, STORE, TALCTL, TALNODE, until
+from private_log import discovers
 
 sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "control"))
 import grpc  # noqa: E402
@@ -31,16 +31,6 @@ name = "1/2"
 kernel-name = "dsl2"
 capture = "discovers.pcap"
 """
-
-
-def discovers():
-    """The first frame of a recorded client, twenty times a second for ten minutes."""
-    recorded = (SAMPLES / "udhcpc.pcap").read_bytes()
-    length = struct.unpack_from("<I", recorded, 24 + 8)[0]
-    frame = recorded[40:40 + length]
-    records = [struct.pack("<IIII", n // 20, n % 20 * 50000, length, length) + frame
-               for n in range(12000)]
-    return recorded[:24] + b"".join(records)
 
 
 def free_port():
@@ -76,7 +66,7 @@ class LiveEvents:
 class ManagedNode(Managed):
     def setUp(self):
         super().setUp()
-        (self.directory / "discovers.pcap").write_bytes(discovers())
+        (self.directory / "discovers.pcap").write_bytes(discovers(SAMPLES, 20))
 
     def config(self, control, name="node.toml"):
         path = self.directory / name

@@ -2,68 +2,35 @@
 its own, a FreeRADIUS, and a proxy between them that spoils the traffic. The traffic of each line
 is one client's DISCOVER over and over."""
 import json
-import os
 import pathlib
 import re
 import signal
-import struct
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
+
+import private_log
+from private_log import STORE, discovers
 
 ROOT = pathlib.Path(__file__).parent.parent.parent
 sys.path.insert(0, str(ROOT / "script"))
 import free_radius  # noqa: E402
 
-PRIVATE = "--in-private-namespace"
-SKIPPED = 77
-STORE = pathlib.Path("/var/log/tal.store.dat")
 PATIENCE = 60
 PASSWORD = "a password of lines"
 
 
 def enter_private_log():
-    """Starts this program again where /var/log is empty and nobody else's."""
+    """Also says what is missing."""
     if not free_radius.installed():
         print("skipped: the package freeradius is not installed (script/bootstrap)")
-        sys.exit(SKIPPED)
-    if sys.argv[-1] == PRIVATE:
-        sys.argv.pop()
-        mounted = subprocess.run(["mount", "-t", "tmpfs", "-o", "size=4m", "tal-test", "/var/log"],
-                                 capture_output=True, text=True, check=False)
-        if mounted.returncode != 0:
-            print("skipped: no file system can be mounted on /var/log:", mounted.stderr)
-            sys.exit(SKIPPED)
-        return
-    unshare = ["unshare", "-m" if os.geteuid() == 0 else "-Urm"]
-    if subprocess.run([*unshare, "true"], capture_output=True, check=False).returncode != 0:
-        print("skipped: private mount namespaces are refused here (unshare)")
-        sys.exit(SKIPPED)
-    os.execvp(unshare[0], [*unshare, sys.executable, "-B", *sys.argv, PRIVATE])
+        sys.exit(private_log.SKIPPED)
+    private_log.enter_private_log()
 
 
 def until(what, condition, patience=PATIENCE):
-    """The first true value of the condition."""
-    end = time.monotonic() + patience
-    while time.monotonic() < end:
-        value = condition()
-        if value:
-            return value
-        time.sleep(0.02)
-    raise AssertionError(f"{what}: not within {patience} s")
-
-
-def discovers(samples, per_second, seconds=600):
-    """The first frame of a recorded client, again and again."""
-    recorded = (samples / "udhcpc.pcap").read_bytes()
-    length = struct.unpack_from("<I", recorded, 24 + 8)[0]
-    frame = recorded[40:40 + length]
-    step = 1000000 // per_second
-    records = [struct.pack("<IIII", n * step // 1000000, n * step % 1000000, length, length) +
-               frame for n in range(per_second * seconds)]
-    return recorded[:24] + b"".join(records)
+    return private_log.until(what, condition, patience)
 
 
 class RadiusStage(unittest.TestCase):
