@@ -318,6 +318,9 @@ private:
     template <class AskEngine>
     talResultCode statusGet(unsigned intf, bool outputsGiven, const char* operation,
                             const char* engineRefused, AskEngine askEngine);
+    talResultCode operStateGet(unsigned intf, bool* state, const char* operation,
+                               unsigned (TalFea::*engineGet)(unsigned, unsigned*),
+                               const char* engineRefused);
 
     // interface_settings: the frame that the six settings share
     template <class Value>

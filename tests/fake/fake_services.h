@@ -83,6 +83,7 @@ class Engine {
 public:
     explicit Engine(Desk& desk) : desk_(desk) {}
 
+    bool refusedGetsFill = false;  // a refused getter hands out its values all the same
     // What the call hands out through its pointers, in their order, for every interface
     // (intf 0) or one. Without any, zeros.
     void outputs(const std::string& name, std::vector<unsigned> values, unsigned intf = 0);
@@ -244,7 +245,7 @@ void Engine::handOut(const char* name, const std::string& key,
 template <class Value>
 int Engine::get(const char* name, const char* bridge, std::initializer_list<Value*> outputs) {
     const int result = call(name, bridge, "");
-    if (result == 0) {
+    if (result == 0 || refusedGetsFill) {
         handOut(name, "0", outputs);
     }
     return result;
@@ -254,7 +255,7 @@ template <class Value>
 int Engine::get(const char* name, const char* bridge, unsigned intf,
                 std::initializer_list<Value*> outputs) {
     const int result = call(name, bridge, intf, shown(intf));
-    if (result == 0) {
+    if (result == 0 || refusedGetsFill) {
         handOut(name, std::to_string(intf), outputs);
     }
     return result;
