@@ -310,6 +310,7 @@ private:
     bool takeStoredRequest(unsigned intf);
     talRule storedRule(unsigned intf);
     void storePendingLogin(unsigned intf);
+    unsigned storeOrPutBack(unsigned intf, rpcTalLoginBlockBll& block);
     talResultCode operStateSet(unsigned intf, bool state, const char* operation,
                                unsigned (TalFea::*engineSet)(unsigned, unsigned),
                                const char* engineRefused);

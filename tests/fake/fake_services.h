@@ -32,6 +32,8 @@ public:
 
     // In the order of registration, the one at load included.
     static const std::vector<BLEntity*>& entities();
+    // Runs before each exclusive lock is asked for, on the asking thread.
+    std::function<void()> onLockExclusive;
     // Fire the callbacks as the manager does around the application of a configuration.
     void applyStart();
     void applyStop(int argument = 0);
