@@ -138,7 +138,9 @@ public:
 
     int type = 0;
     unsigned char position = 5;
+    bool positionLeft = false;  // a board position that is read and not written
     std::string shelfId = "2";
+    unsigned sysInfosMade = 0;
     VdslImpl vdslImpl = VdslImpl::present;
     std::string vdslException = "no scripter";
     unsigned vdslThrowsFrom = 1;  // when throwing: the n-th obtaining and those after it
