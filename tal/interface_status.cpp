@@ -1,6 +1,6 @@
 // What the engine says about an interface, asked anew at each call. The table is not touched;
 // interface 0 is handed to the engine as it is. After a refusal the outputs hold what the engine
-// left in them; they are never read, and never written unless the engine was asked.
+// left in them; they are never read, and never written unless the engine wrote something.
 #include <syslog.h>
 
 #include "platform/bllmanager.h"
@@ -9,12 +9,12 @@
 
 namespace {
 
-// Where the engine is to put a number; a refusal that leaves it there wrote nothing.
-constexpr unsigned notWritten = 0xFFFFFFFF;
+// Where the engine is to put a number, some that none reports: still there, it wrote nothing.
+constexpr unsigned notWritten = 0xA5C35A3C;
 
 template <class Output>
-void handOver(talResultCode result, unsigned value, Output* output) {
-    if (result == talResOk || value != notWritten)
+void handOver(unsigned value, Output* output) {
+    if (value != notWritten)
         *output = static_cast<Output>(value);
 }
 
@@ -43,7 +43,7 @@ talResultCode tal::operStateGet(unsigned intf, bool* state, const char* operatio
     unsigned value = notWritten;
     const talResultCode result = statusGet(intf, state != nullptr, operation, engineRefused,
                                            [&] { return (fea_.*engineGet)(intf, &value); });
-    handOver(result, value, state);
+    handOver(value, state);
     return result;
 }
 
@@ -86,8 +86,8 @@ talResultCode tal::talIntfStatesGet(unsigned intf, talIntfFwdState* forwarding,
         intf, outputsGiven, "talIntfStatesGet",
         "talIntfStatesGet Error getting TAL interface states on interface %d.",
         [&] { return fea_.feaTalPortStatesGet(intf, &states[0], &states[1], &states[2]); });
-    handOver(result, states[0], forwarding);
-    handOver(result, states[1], authentication);
-    handOver(result, states[2], authorization);
+    handOver(states[0], forwarding);
+    handOver(states[1], authentication);
+    handOver(states[2], authorization);
     return result;
 }
