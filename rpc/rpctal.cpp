@@ -84,12 +84,18 @@ uint32_t rpcTalIntfStatesGet(unsigned intf, talIntfFwdState* forwarding,
     talIntfFwdState forwardingNow{};
     talIntfAuthenFwdState authenticationNow{};
     talIntfAuthorFwdState authorizationNow{};
+    bool answered = false;
     const uint32_t result = serve([&](tal& module) {
         // A null output must reach the member, which refuses it.
-        return module.talIntfStatesGet(intf, forwarding != nullptr ? &forwardingNow : nullptr,
-                                       authentication != nullptr ? &authenticationNow : nullptr,
-                                       authorization != nullptr ? &authorizationNow : nullptr);
+        const talResultCode code =
+            module.talIntfStatesGet(intf, forwarding != nullptr ? &forwardingNow : nullptr,
+                                    authentication != nullptr ? &authenticationNow : nullptr,
+                                    authorization != nullptr ? &authorizationNow : nullptr);
+        answered = true;
+        return code;
     });
+    if (!answered)
+        return result;  // an exception: there is nothing to translate
     // Kept: written after a failure too; the outputs mean nothing unless the result is 0.
     forward(forwardingNow, highestFwdState, forwarding);
     forward(authenticationNow, highestStageState, authentication);

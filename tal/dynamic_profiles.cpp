@@ -43,6 +43,16 @@ boost::shared_ptr<Vdsl> vdslOfBoard() {
     return vdsl;
 }
 
+// The same; an exception is reported and leaves none.
+boost::shared_ptr<Vdsl> vdslOfBoardReported() try {
+    return vdslOfBoard();
+} catch (const std::exception& exception) {
+    Log& log = singleton<Log>::instance();
+    log.setMsgLevel(0);
+    log.write(std::string("Exceptional situation (VdslScripter): ") + exception.what() + ".\n");
+    return nullptr;
+}
+
 void saveDynamicProfiles() {
     constexpr auto mode = static_cast<CliConfigRpcSaveDynProfMode>(0);
     (void)singleton<CliConfig>::instance().saveDynamicProfiles(mode);  // reports for itself
@@ -169,24 +179,26 @@ bool tal::convertAllMacAclProfiles() {
     return true;
 }
 
-bool tal::convertAllDslProfiles() try {
+// Only an exception of obtaining the implementation is reported; one of a call to it goes on to the
+// caller.
+bool tal::convertAllDslProfiles() {
+    boost::shared_ptr<Vdsl> vdsl = vdslOfBoardReported();
+    if (!vdsl)
+        return false;
     rpcVdslProfileAll all{};
-    if (vdslOfBoard()->getProfileAll(all) != 0)
+    if (vdsl->getProfileAll(all) != 0)
         return true;  // Kept: a board that cannot list its profiles has none to convert.
     const size_t count = std::min<size_t>(all.count, std::size(all.profile));
     for (size_t i = 0; i < count; ++i) {
         const rpcVdslProfile& profile = all.profile[i];
+        if (profile.protection != stillDynamic)
+            continue;
+        vdsl = vdslOfBoardReported();
         int result = 0;
-        if (profile.protection == stillDynamic &&
-            vdslOfBoard()->profileProtect(fieldText(profile.name), madeStatic, result) != 0)
+        if (!vdsl || vdsl->profileProtect(fieldText(profile.name), madeStatic, result) != 0)
             return false;
     }
     return true;
-} catch (const std::exception& exception) {
-    Log& log = singleton<Log>::instance();
-    log.setMsgLevel(0);
-    log.write(std::string("Exceptional situation (VdslScripter): ") + exception.what() + ".\n");
-    return false;
 }
 
 bool tal::convertAllAlarmProfiles() {

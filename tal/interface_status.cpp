@@ -1,11 +1,24 @@
 // What the engine says about an interface, asked anew at each call. The table is not touched;
 // interface 0 is handed to the engine as it is. After a refusal the outputs hold what the engine
-// left in them.
+// left in them; they are never read, and never written unless the engine wrote something.
 #include <syslog.h>
 
 #include "platform/bllmanager.h"
 #include "tal/report.h"
 #include "tal/tal.h"
+
+namespace {
+
+// Where the engine is to put a number, some that none reports: still there, it wrote nothing.
+constexpr unsigned notWritten = 0xA5C35A3C;
+
+template <class Output>
+void handOver(unsigned value, Output* output) {
+    if (value != notWritten)
+        *output = static_cast<Output>(value);
+}
+
+}  // namespace
 
 template <class AskEngine>
 talResultCode tal::statusGet(unsigned intf, bool outputsGiven, const char* operation,
@@ -24,28 +37,28 @@ talResultCode tal::statusGet(unsigned intf, bool outputsGiven, const char* opera
     return talResOk;
 }
 
-talResultCode tal::talIntfAuthenOperStateGet(unsigned intf, bool* state) {
-    unsigned value = state != nullptr && *state ? 1 : 0;
-    const talResultCode result =
-        statusGet(intf, state != nullptr, "talIntfAuthenOperStateGet",
-                  "talIntfAuthenOperStateGet Error getting TAL authentication operational state on "
-                  "interface %d.",
-                  [&] { return fea_.feaTalPortAuthenOperStateGet(intf, &value); });
-    if (state != nullptr)
-        *state = value != 0;
+talResultCode tal::operStateGet(unsigned intf, bool* state, const char* operation,
+                                unsigned (TalFea::*engineGet)(unsigned, unsigned*),
+                                const char* engineRefused) {
+    unsigned value = notWritten;
+    const talResultCode result = statusGet(intf, state != nullptr, operation, engineRefused,
+                                           [&] { return (fea_.*engineGet)(intf, &value); });
+    handOver(value, state);
     return result;
 }
 
+talResultCode tal::talIntfAuthenOperStateGet(unsigned intf, bool* state) {
+    return operStateGet(
+        intf, state, "talIntfAuthenOperStateGet", &TalFea::feaTalPortAuthenOperStateGet,
+        "talIntfAuthenOperStateGet Error getting TAL authentication operational state on "
+        "interface %d.");
+}
+
 talResultCode tal::talIntfAuthorOperStateGet(unsigned intf, bool* state) {
-    unsigned value = state != nullptr && *state ? 1 : 0;
-    const talResultCode result =
-        statusGet(intf, state != nullptr, "talIntfAuthorOperStateGet",
-                  "talIntfAuthorOperStateGet Error getting TAL authorization operational state on "
-                  "interface %d.",
-                  [&] { return fea_.feaTalPortAuthorOperStateGet(intf, &value); });
-    if (state != nullptr)
-        *state = value != 0;
-    return result;
+    return operStateGet(
+        intf, state, "talIntfAuthorOperStateGet", &TalFea::feaTalPortAuthorOperStateGet,
+        "talIntfAuthorOperStateGet Error getting TAL authorization operational state on "
+        "interface %d.");
 }
 
 talResultCode tal::talIntfStatisticsGet(unsigned intf, uint32_t* c1, uint32_t* c2, uint32_t* c3,
@@ -68,20 +81,13 @@ talResultCode tal::talIntfStatesGet(unsigned intf, talIntfFwdState* forwarding,
                                     talIntfAuthorFwdState* authorization) {
     const bool outputsGiven =
         forwarding != nullptr && authentication != nullptr && authorization != nullptr;
-    unsigned states[3] = {};
-    if (outputsGiven) {
-        states[0] = *forwarding;
-        states[1] = *authentication;
-        states[2] = *authorization;
-    }
+    unsigned states[3] = {notWritten, notWritten, notWritten};
     const talResultCode result = statusGet(
         intf, outputsGiven, "talIntfStatesGet",
         "talIntfStatesGet Error getting TAL interface states on interface %d.",
         [&] { return fea_.feaTalPortStatesGet(intf, &states[0], &states[1], &states[2]); });
-    if (outputsGiven) {
-        *forwarding = static_cast<talIntfFwdState>(states[0]);
-        *authentication = static_cast<talIntfAuthenFwdState>(states[1]);
-        *authorization = static_cast<talIntfAuthorFwdState>(states[2]);
-    }
+    handOver(states[0], forwarding);
+    handOver(states[1], authentication);
+    handOver(states[2], authorization);
     return result;
 }

@@ -1,9 +1,9 @@
 // Loading the library, and what the manager drives: start, defaults, configuration, stop.
 //
-// The order at load matters: the manager first, then the one module object, then its
-// registration. It is fixed by standing in one object of one translation unit; the texts of the
-// module are constants and need no construction. Unloading destroys the module object; the
-// manager keeps a dangling reference unless the host forgets it first.
+// The order at load matters: two names first, then the manager, then the one module object, then
+// its registration. It is fixed by standing in one translation unit; the other texts of the module
+// are constants and need no construction. Unloading destroys the module object; the manager keeps
+// a dangling reference unless the host forgets it first.
 //
 // start() fails at the first interface that cannot be initialised and then leaves startInProgress
 // set, so a module that never started never deletes stored logins.
@@ -28,9 +28,9 @@ std::atomic<bool> tal_flags::startInProgress{false};
 namespace {
 
 // Kept: two names of the module that nothing refers to; the engine objects of an interface are
-// named by its number instead.
-[[maybe_unused]] constexpr char authenticationName[] = "TAL_AUTHEN";
-[[maybe_unused]] constexpr char authorizationName[] = "TAL_AUTHOR";
+// named by its number instead. They are there from load to unload all the same.
+[[gnu::used]] const std::string authenticationName = "TAL_AUTHEN";
+[[gnu::used]] const std::string authorizationName = "TAL_AUTHOR";
 
 constexpr bool adminStateDefault = false;
 constexpr bool requestStateDefault = true;

@@ -18,7 +18,7 @@ unsigned tal::talGenCircuitId(unsigned ifId, std::string& circuitId) const {
 }
 
 std::string tal::talMacToStr(unsigned char* mac) {
-    return tal_text::macText(mac);
+    return mac != nullptr ? tal_text::macText(mac) : std::string();
 }
 
 unsigned tal::talAsciiToHex(std::string& in, std::string& out) {

@@ -2,7 +2,8 @@
 //
 // The pending block is taken out of the table in one step: of two answers that arrive at once
 // only the first stores it, and an event that comes in between leaves its own block pending. A
-// block that cannot be stored is reported and not tried again.
+// block that cannot be stored is reported and not tried again; one whose storing was cut off by an
+// exception is pending again, so that a repeated answer can store it.
 #include <syslog.h>
 
 #include "platform/bllmanager.h"
@@ -43,11 +44,22 @@ void tal::storePendingLogin(unsigned intf) {
             block = entry.loginBlock;
         entry.loginPending = false;
     });
-    if (block && talStoreLoginData(intf, *block) != 0) {
+    if (block && storeOrPutBack(intf, *block) != 0) {
         Log& log = singleton<Log>::instance();
         log.setMsgLevel(1);
         log.write("tal::talReply: cannot store data on interface " + std::to_string(intf) + "\n");
     }
+}
+
+unsigned tal::storeOrPutBack(unsigned intf, rpcTalLoginBlockBll& block) try {
+    return talStoreLoginData(intf, block);
+} catch (...) {
+    withIntf(intf, [&block](talIntf& entry) {
+        if (!entry.loginPending)
+            entry.loginBlock = block;
+        entry.loginPending = true;
+    });
+    throw;
 }
 
 talResultCode tal::operStateSet(unsigned intf, bool state, const char* operation,

@@ -3,7 +3,10 @@
 //
 // Renaming would tear a symbolic link or a device out of its place, and some directories take no
 // new file; there the file is truncated and rewritten where it is. A full disk is no such reason:
-// the old contents then stay, because half of the new ones would be worth nothing.
+// longer contents would find no room there either, so the old ones stay. Shorter contents must get
+// in, because what was taken out of the file must not be back after a restart: they are written
+// over the old ones, which takes no room, and only then is the rest cut off. A crash in between
+// leaves a mixture, which is why this is the last resort and contents of the same length stay out.
 //
 // tests/unit/storage_crash_test.cpp cuts the process at every call made here.
 #include "tal/replace_file.h"
@@ -58,6 +61,13 @@ public:
 
     bool sync() { return fsync(fd_) == 0; }
 
+    bool isLongerThan(size_t size) const {
+        struct stat status;
+        return fstat(fd_, &status) == 0 && static_cast<size_t>(status.st_size) > size;
+    }
+
+    bool cut(size_t size) { return ftruncate(fd_, static_cast<off_t>(size)) == 0; }
+
 private:
     int fd_;
 };
@@ -76,7 +86,7 @@ bool canBeRenamedOver(const std::string& path) {
     return S_ISREG(status.st_mode);
 }
 
-// The disk or the process is short of something; a rewrite in place would fare no better.
+// The disk or the process is short of something; a truncated file might stay empty.
 bool isShortage(int error) {
     return error == ENOSPC || error == EDQUOT || error == EIO || error == EMFILE ||
            error == ENFILE || error == ENOMEM;
@@ -85,6 +95,14 @@ bool isShortage(int error) {
 bool rewriteInPlace(const std::string& path, std::string_view contents) {
     Descriptor file(path, O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK);
     return file.isOpen() && file.writeAll(contents) && file.sync();
+}
+
+bool shrinkInPlace(const std::string& path, std::string_view contents) {
+    Descriptor file(path, O_WRONLY | O_NONBLOCK);
+    if (!file.isOpen() || !file.isLongerThan(contents.size()) || !file.writeAll(contents))
+        return false;
+    const bool written = file.sync();
+    return file.cut(contents.size()) && file.sync() && written;
 }
 
 }  // namespace
@@ -112,17 +130,18 @@ bool replace(const std::string& path, std::string_view contents) {
     {
         Descriptor file(temporary, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW);
         if (!file.isOpen())
-            return !isShortage(errno) && rewriteInPlace(path, contents);
+            return isShortage(errno) ? shrinkInPlace(path, contents)
+                                     : rewriteInPlace(path, contents);
         if (!file.writeAll(contents) || !file.sync()) {
             unlink(temporary.c_str());
-            return false;
+            return shrinkInPlace(path, contents);
         }
     }
     if (rename(temporary.c_str(), path.c_str()) != 0) {
         // A mount point, or a file of another owner that the directory holds on to.
         const bool mustStay = errno == EBUSY || errno == EPERM || errno == EACCES;
         unlink(temporary.c_str());
-        return mustStay && rewriteInPlace(path, contents);
+        return mustStay ? rewriteInPlace(path, contents) : shrinkInPlace(path, contents);
     }
     // The new contents are in place; if the directory cannot be synced, only a power cut could
     // bring the old ones back.

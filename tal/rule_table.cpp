@@ -107,10 +107,11 @@ talResultCode tal::talRuleEntrySet(unsigned intf, talRule* rule, talOperation op
         return talResError;
 
     const bool add = op == talOperationAdd;
-    const bool isNew = add && !exists;
     if (add ? exists && !modified : !exists)
         return talResOk;
-    if (exists && fea_.talConditionDel(name, &fea) != 0)
+    // A modified rule was there when it was compared, whatever was found afterwards.
+    const bool isNew = add && !modified;
+    if (!isNew && fea_.talConditionDel(name, &fea) != 0)
         return talResError;
     if (add && fea_.talConditionAdd(name, &fea) != 0)
         return talResError;

@@ -7,7 +7,9 @@
 //
 // The replay sends nothing to ISA itself: the engine answers each request with an event line of
 // its header alone. The line cannot say that it is a replay, so the module remembers for which
-// interfaces it has asked (storedRequestPending); see login_event.cpp.
+// interfaces it has asked (storedRequestPending); see login_event.cpp. The mark goes with the block
+// it stands for: once that is deleted, the next line of the header alone is a login like any other.
+// A block that replaces another leaves the mark, the engine still has the request.
 #include <syslog.h>
 
 #include <algorithm>
@@ -75,15 +77,24 @@ unsigned tal::talDeleteStoredLoginData(unsigned ifId) {
         talReadStorageFile(talStorageFile, lines) != 0)
         return 1;
     unsigned index = 0;
-    if (!talFindStoredInterfaceEntry(lines, ifId, &index))
-        return 0;
-    eraseBlock(lines, index);
-    return talWriteStorageFile(talStorageFile, lines);
+    unsigned refused = 0;
+    if (talFindStoredInterfaceEntry(lines, ifId, &index)) {
+        eraseBlock(lines, index);
+        refused = talWriteStorageFile(talStorageFile, lines);
+    }
+    if (refused == 0)
+        (void)takeStoredRequest(ifId);  // whether it was waited for does not matter
+    return refused;
 }
 
 unsigned tal::talDeleteStoredLoginDataAll() {
     std::vector<std::string> none;
-    return talWriteStorageFile(talStorageFile, none);
+    if (talWriteStorageFile(talStorageFile, none) != 0)
+        return 1;
+    const std::lock_guard<std::mutex> lock(intfTableMutex_);
+    for (auto& [id, entry] : intfTable_)
+        entry.storedRequestPending = false;
+    return 0;
 }
 
 bool tal::talIsLoginDataStored(unsigned ifId) {

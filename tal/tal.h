@@ -310,6 +310,7 @@ private:
     bool takeStoredRequest(unsigned intf);
     talRule storedRule(unsigned intf);
     void storePendingLogin(unsigned intf);
+    unsigned storeOrPutBack(unsigned intf, rpcTalLoginBlockBll& block);
     talResultCode operStateSet(unsigned intf, bool state, const char* operation,
                                unsigned (TalFea::*engineSet)(unsigned, unsigned),
                                const char* engineRefused);
@@ -318,6 +319,9 @@ private:
     template <class AskEngine>
     talResultCode statusGet(unsigned intf, bool outputsGiven, const char* operation,
                             const char* engineRefused, AskEngine askEngine);
+    talResultCode operStateGet(unsigned intf, bool* state, const char* operation,
+                               unsigned (TalFea::*engineGet)(unsigned, unsigned*),
+                               const char* engineRefused);
 
     // interface_settings: the frame that the six settings share
     template <class Value>

@@ -127,7 +127,7 @@ unsigned Board::alarmProfileProtect(const std::string& name, unsigned level, int
 int Board::boardPosition(unsigned char* out) {
     const int result =
         desk_.ask({Service::sysinfo, "ncfmGetMyBoardPos", "", "", Refusal::negative});
-    if (result == 0) {
+    if (result == 0 && !positionLeft) {
         *out = position;
         desk_.output(std::to_string(position));
     }

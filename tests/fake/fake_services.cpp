@@ -41,6 +41,9 @@ void Manager::applyStop(int argument) {
 }
 
 bool Manager::lockExclusive() {
+    if (onLockExclusive) {
+        onLockExclusive();
+    }
     bool obtained = desk_.ask({Service::lock, "exclusiveLock", "", ""}) == 0;
     if (obtained && mode_ == LockMode::real) {
         obtained = lock_.lockExclusive();

@@ -32,6 +32,8 @@ public:
 
     // In the order of registration, the one at load included.
     static const std::vector<BLEntity*>& entities();
+    // Runs before each exclusive lock is asked for, on the asking thread.
+    std::function<void()> onLockExclusive;
     // Fire the callbacks as the manager does around the application of a configuration.
     void applyStart();
     void applyStop(int argument = 0);
@@ -83,6 +85,7 @@ class Engine {
 public:
     explicit Engine(Desk& desk) : desk_(desk) {}
 
+    bool refusedGetsFill = false;  // a refused getter hands out its values all the same
     // What the call hands out through its pointers, in their order, for every interface
     // (intf 0) or one. Without any, zeros.
     void outputs(const std::string& name, std::vector<unsigned> values, unsigned intf = 0);
@@ -135,7 +138,9 @@ public:
 
     int type = 0;
     unsigned char position = 5;
+    bool positionLeft = false;  // a board position that is read and not written
     std::string shelfId = "2";
+    unsigned sysInfosMade = 0;
     VdslImpl vdslImpl = VdslImpl::present;
     std::string vdslException = "no scripter";
     unsigned vdslThrowsFrom = 1;  // when throwing: the n-th obtaining and those after it
@@ -244,7 +249,7 @@ void Engine::handOut(const char* name, const std::string& key,
 template <class Value>
 int Engine::get(const char* name, const char* bridge, std::initializer_list<Value*> outputs) {
     const int result = call(name, bridge, "");
-    if (result == 0) {
+    if (result == 0 || refusedGetsFill) {
         handOut(name, "0", outputs);
     }
     return result;
@@ -254,7 +259,7 @@ template <class Value>
 int Engine::get(const char* name, const char* bridge, unsigned intf,
                 std::initializer_list<Value*> outputs) {
     const int result = call(name, bridge, intf, shown(intf));
-    if (result == 0) {
+    if (result == 0 || refusedGetsFill) {
         handOut(name, std::to_string(intf), outputs);
     }
     return result;

@@ -159,7 +159,9 @@ unsigned Ports::vdslPortDynamicProfilesDelete(unsigned ifId) {
     return FakePlatform::current().plain(fake::Service::ports, __func__, fake::shown(ifId));
 }
 
-sysInfo::sysInfo() = default;
+sysInfo::sysInfo() {
+    ++FakePlatform::current().board.sysInfosMade;
+}
 sysInfo::~sysInfo() = default;
 unsigned sysInfo::getShelfId(std::string& shelfId) const {
     return FakePlatform::current().board.shelf(shelfId);

@@ -510,6 +510,30 @@ TEST_F(DynamicProfilesTest, ExceptionBetweenTwoDslProfilesLeavesTheFirstConverte
     EXPECT_EQ(0u, platform.count("saveDynamicProfiles"));
 }
 
+// Only the obtaining of the implementation is reported, not what is then done with it.
+TEST_F(DynamicProfilesTest, ExceptionOfACallReachesTheCallerWithoutALine) {
+    platform.board.type = 1;
+    platform.board.addVdslProfile("d1", 3);
+    std::vector<std::string> struck;
+    for (const unsigned n : {1u, 2u}) {
+        platform.armException(n);
+        EXPECT_THROW(module.convertAllDslProfiles(), std::runtime_error);
+        ASSERT_TRUE(platform.struck());
+        struck.push_back(platform.struck()->name);
+    }
+    platform.disarmFault();
+    EXPECT_EQ((std::vector<std::string>{"getProfileAll", "profileProtect"}), struck);
+
+    uint32_t result = 0;
+    fake::sweepExceptions(
+        platform, [] {}, [&] { result = rpcTalConvertAllDynamicProfilesToStatic(); },
+        [&](const fake::FaultRun& run) {
+            EXPECT_EQ(run.faulted ? 1u : 0u, result);
+            EXPECT_TRUE(platform.texts().empty());
+        });
+    EXPECT_TRUE(platform.texts().empty());
+}
+
 TEST_F(DynamicProfilesTest, ExceptionBehindTheDslProfilesIsAFailureWithoutALine) {
     offerEverything();
     platform.board.vdslImpl = fake::Board::VdslImpl::throwing;

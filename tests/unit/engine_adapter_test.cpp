@@ -442,14 +442,48 @@ TEST_F(EngineRecordDeathTest, NameOf128CharactersEndsTheProcess) {
     }
 }
 
-TEST_F(EngineRecordTest, NullPointersAreRefusedWithoutACall) {
+TEST_F(EngineRecordTest, NullNamesAndRecordsAreRefusedWithoutACall) {
     TalFea::feaTalRule rule = fullRule(0);
     EXPECT_EQ(1u, fea.talSelectorAdd(nullptr));
+    EXPECT_EQ(1u, fea.talSelectorDel(nullptr));
+    EXPECT_EQ(1u, fea.talSelectorRename(nullptr, "t"));
+    EXPECT_EQ(1u, fea.talSelectorRename("s", nullptr));
     EXPECT_EQ(1u, fea.talConditionAdd("s", nullptr));
     EXPECT_EQ(1u, fea.talConditionAdd(nullptr, &rule));
     EXPECT_EQ(1u, fea.talConditionDel("s", nullptr));
+    EXPECT_EQ(1u, fea.talConditionDel(nullptr, &rule));
     EXPECT_EQ(1u, fea.talActionAdd(nullptr, action(2)));
+    EXPECT_EQ(1u, fea.talActionDel(nullptr, action(2)));
+    EXPECT_EQ(1u, fea.talActionListAdd(nullptr));
+    EXPECT_EQ(1u, fea.talActionListDel(nullptr));
+    EXPECT_EQ(1u, fea.talActionListRename(nullptr, "m"));
+    EXPECT_EQ(1u, fea.talActionListRename("l", nullptr));
+    EXPECT_EQ(1u, fea.talListSet(5, nullptr, "l", 1, 0));
+    EXPECT_EQ(1u, fea.talListSet(5, "s", nullptr, 1, 0));
+    EXPECT_TRUE(platform.calls().empty());
+}
+
+TEST_F(EngineRecordTest, NullOutputsAreRefusedWithoutACall) {
     EXPECT_EQ(1u, fea.feaTalAdminStateGet(nullptr));
+    EXPECT_EQ(1u, fea.feaTalPortAdminStateGet(5, nullptr));
+    EXPECT_EQ(1u, fea.feaTalPortAuthenAdminStateGet(5, nullptr));
+    EXPECT_EQ(1u, fea.feaTalPortAuthorAdminStateGet(5, nullptr));
+    EXPECT_EQ(1u, fea.feaTalPortAutoReqAdminStateGet(5, nullptr));
+    EXPECT_EQ(1u, fea.feaTalPortTimeoutGet(5, nullptr));
+    EXPECT_EQ(1u, fea.feaPortTalMaxQueueSizeGet(5, nullptr));
+    EXPECT_EQ(1u, fea.feaTalPortAuthenOperStateGet(5, nullptr));
+    EXPECT_EQ(1u, fea.feaTalPortAuthorOperStateGet(5, nullptr));
+    for (size_t null = 0; null < 13; ++null) {
+        unsigned* n[13];
+        for (size_t i = 0; i < 13; ++i) {
+            n[i] = i == null ? nullptr : &numbers[i];
+        }
+        EXPECT_EQ(1u, fea.feaTalPortStatisticsGet(5, n[0], n[1], n[2], n[3], n[4], n[5], n[6], n[7],
+                                                  n[8], n[9], n[10], n[11], n[12]));
+        if (null < 3) {
+            EXPECT_EQ(1u, fea.feaTalPortStatesGet(5, n[0], n[1], n[2]));
+        }
+    }
     EXPECT_TRUE(platform.calls().empty());
 }
 

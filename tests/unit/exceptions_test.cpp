@@ -159,4 +159,40 @@ TEST_P(ExceptionsTest, StayInsideTheModule) {
     EXPECT_LE(2u, runs) << "no call of the platform was struck";
 }
 
+using LoginExceptionTest = ModuleTest;
+
+TEST_F(LoginExceptionTest, BlockWhoseStoringWasCutOffIsStoredByARepeatedAnswer) {
+    startWith({7});
+    raiseLogin(7);
+    unsigned cutOff = 0;
+    // The interface check, the engine, then the locks of the storing.
+    for (unsigned n = 1; n <= 5; ++n) {
+        platform.armException(n);
+        EXPECT_EQ(1u, rpcTalReply(7, 2, 0));
+        ASSERT_TRUE(platform.struck());
+        cutOff += platform.struck()->name == "exclusiveLock";
+        EXPECT_FALSE(isStored(7));
+    }
+    platform.disarmFault();
+    EXPECT_EQ(3u, cutOff);
+    EXPECT_EQ(0u, rpcTalReply(7, 2, 0));
+    EXPECT_TRUE(isStored(7));
+}
+
+// Storing asks the lock; the newer login arrives while it does.
+TEST_F(LoginExceptionTest, BlockWhoseStoringWasCutOffReplacesNoNewerOne) {
+    startWith({7});
+    raiseLogin(7);
+    platform.board.shelfId = "9";
+    platform.manager.onLockExclusive = [this] {
+        raiseLogin(7);
+        platform.armException(1);
+    };
+    EXPECT_EQ(1u, rpcTalReply(7, 2, 0));
+    platform.disarmFault();
+    platform.manager.onLockExclusive = nullptr;
+    EXPECT_EQ(0u, rpcTalReply(7, 2, 0));
+    EXPECT_NE(std::string::npos, storedFile().find("circuitId: KORVALIN:9 eth 5/1/7\n"));
+}
+
 }  // namespace

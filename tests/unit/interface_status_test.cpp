@@ -2,6 +2,8 @@
 #include "tests/fake/module_test.h"
 
 #include <limits.h>
+#include <string.h>
+
 #include <array>
 #include <functional>
 
@@ -259,6 +261,61 @@ TEST_F(InterfaceStatusTest, RefusedReadLeavesTheOutputsAsTheEngineLeftThem) {
     EXPECT_EQ(77u, out[0]);
     EXPECT_EQ(78u, out[1]);
     EXPECT_EQ(79u, out[2]);
+}
+
+// A byte that is no bool: reading it as one would be undefined.
+TEST_F(InterfaceStatusTest, OutputsStayUntouchedUnlessTheEngineWasAskedAndWrote) {
+    platform.answers.always("ittalPortAuthenOperStateGet");
+    platform.answers.always("ittalPortAuthorOperStateGet");
+    platform.answers.always("ittalPortStatesGet");
+    platform.answers.nth("sharedLock", 1);
+    platform.answers.nth("sharedLock", 2);
+    platform.answers.nth("sharedLock", 3);
+    // Three refused locks, then an unknown interface, then a known one that the engine refuses.
+    for (const unsigned intf : {5u, 6u, 5u}) {
+        for (const auto get : {&tal::talIntfAuthenOperStateGet, &tal::talIntfAuthorOperStateGet}) {
+            constexpr unsigned char before = 0x5A;
+            bool state;
+            memcpy(&state, &before, 1);
+            EXPECT_NE(talResOk, (module.*get)(intf, &state));
+            unsigned char after = 0;
+            memcpy(&after, &state, 1);
+            EXPECT_EQ(before, after) << intf;
+        }
+        uint32_t out[3] = {77, 78, 79};
+        EXPECT_NE(talResOk, states(intf, out));
+        EXPECT_EQ(77u, out[0]);
+        EXPECT_EQ(78u, out[1]);
+        EXPECT_EQ(79u, out[2]);
+    }
+    EXPECT_EQ(3u, platform.calls().size()) << "only the last round reached the engine";
+}
+
+TEST_F(InterfaceStatusTest, WhatARefusingEngineWroteIsHandedOut) {
+    platform.engine.refusedGetsFill = true;
+    for (const Read& read : reads()) {
+        platform.answers.always(read.call);
+    }
+    for (const bool up : {true, false}) {
+        platform.engine.outputs("ittalPortAuthenOperStateGet", {up ? 256u : 0u}, 5);
+        platform.engine.outputs("ittalPortAuthorOperStateGet", {up ? 1u : 0u}, 5);
+        bool state = !up;
+        EXPECT_EQ(talResError, authen(5, &state));
+        EXPECT_EQ(up, state);
+        state = !up;
+        EXPECT_EQ(talResError, author(5, &state));
+        EXPECT_EQ(up, state);
+    }
+    platform.engine.outputs("ittalPortStatesGet", {0, 4, 9}, 5);
+    uint32_t out[3] = {77, 78, 79};
+    EXPECT_EQ(talResError, states(5, out));
+    EXPECT_EQ(0u, out[0]);
+    EXPECT_EQ(4u, out[1]);
+    EXPECT_EQ(9u, out[2]);
+    Counters counters;
+    counters.fill(77);
+    EXPECT_EQ(talResError, statistics(5, counters));
+    EXPECT_EQ(Counters{}, counters);
 }
 
 TEST_F(InterfaceStatusTest, RefusedLockIsLoggedAndAnswersOne) {

@@ -432,6 +432,37 @@ TEST_F(InterfaceTableTest, DisabledDslMarkIsLeftWhileTheEventEndsEarlier) {
     EXPECT_TRUE(sameLines(engineCalls(), bothStates7));
 }
 
+TEST_F(InterfaceTableTest, FirstEventLeavesADisabledDslMark) {
+    platform.board.type = 1;
+    platform.interfaces.add(7, 1, "1/7", "dsl7");
+    ASSERT_TRUE(module.start());
+    switchOn(7);
+    ASSERT_EQ(0u, module.talDslIntfDisabled(7));
+    platform.forget();
+    module.talInterfaceStateChange(7, up());  // arms
+    module.talInterfaceStateChange(7, up());  // ends at the mark
+    EXPECT_TRUE(engineCalls().empty());
+    module.talInterfaceStateChange(7, up());
+    EXPECT_TRUE(sameLines(engineCalls(), bothStates7));
+}
+
+TEST_F(InterfaceTableTest, EventsOtherThanFourLeaveADisabledDslMark) {
+    platform.board.type = 1;
+    platform.interfaces.add(7, 1, "1/7", "dsl7");
+    ASSERT_TRUE(module.start());
+    switchOn(7);
+    module.talInterfaceStateChange(7, up());
+    ASSERT_EQ(0u, module.talDslIntfDisabled(7));
+    platform.forget();
+    for (const int number : {-1, 0, 1, 2, 3, 5, 6, 260}) {
+        module.talInterfaceStateChange(7, event(number));
+    }
+    module.talInterfaceStateChange(7, up());
+    EXPECT_TRUE(engineCalls().empty()) << "the mark must still have been set";
+    module.talInterfaceStateChange(7, up());
+    EXPECT_TRUE(sameLines(engineCalls(), bothStates7));
+}
+
 // ---- interface events
 
 TEST_F(InterfaceTableTest, FirstEventOnlyArmsTheEntryTheSecondSetsBothStates) {
@@ -467,6 +498,26 @@ TEST_F(InterfaceTableTest, EventsOtherThanFourChangeNothing) {
     EXPECT_TRUE(engineCalls().empty()) << "the first event 4 must still be swallowed";
     module.talInterfaceStateChange(7, up());
     EXPECT_TRUE(sameLines(engineCalls(), bothStates7));
+}
+
+// Its entry comes from a lookup: all zero, so it has no first event to swallow.
+TEST_F(InterfaceTableTest, EventOfInterfaceZeroFollowsTheEntryUnderKeyZero) {
+    startWith({7});
+    switchOn(7);
+    platform.forget();
+    platform.interfaces.fireEvent(0, eventUp);
+    EXPECT_TRUE(engineCalls().empty()) << "all its states are off";
+    ASSERT_EQ(talResOk, module.talIntfAdminStateSet(0, true));
+    ASSERT_EQ(talResOk, module.talIntfAuthenAdminStateSet(0, true));
+    platform.forget();
+    platform.interfaces.fireEvent(0, eventUp);
+    EXPECT_TRUE(sameLines(engineCalls(), {"ittalPortAuthenOperStateSet(0, 1)"}));
+    ASSERT_EQ(talResOk, module.talIntfAuthorAdminStateSet(0, true));
+    platform.forget();
+    platform.interfaces.fireEvent(0, eventUp);
+    EXPECT_TRUE(sameLines(
+        engineCalls(), {"ittalPortAuthenOperStateSet(0, 1)", "ittalPortAuthorOperStateSet(0, 1)"}));
+    EXPECT_TRUE(platform.texts().empty());
 }
 
 TEST_F(InterfaceTableTest, EventOfAnUnknownInterfaceIsDropped) {

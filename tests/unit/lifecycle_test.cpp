@@ -1,6 +1,10 @@
 // Loading, starting and configuring the module.
 #include "tests/fake/module_test.h"
 
+#include <fcntl.h>
+#include <link.h>
+#include <unistd.h>
+
 #include <list>
 #include <memory>
 #include <type_traits>
@@ -99,6 +103,37 @@ TEST_F(LifecycleTest, AfterLoadTheAdminStateIsOffAndTheTableEmpty) {
 
 TEST_F(LifecycleTest, LoadAloneCallsNothing) {
     EXPECT_TRUE(sameLines(platform.calls(), {}));
+}
+
+// The bytes of the program that the loader put into memory, its variables included.
+std::string loadedBytes() {
+    std::string bytes;
+    const auto collect = [](dl_phdr_info* program, size_t, void* into) {
+        const int memory = open("/proc/self/mem", O_RDONLY);
+        for (unsigned i = 0; i < program->dlpi_phnum; ++i) {
+            const ElfW(Phdr)& part = program->dlpi_phdr[i];
+            if (part.p_type != PT_LOAD)
+                continue;
+            std::string chunk(part.p_memsz, '\0');
+            const auto from = static_cast<off_t>(program->dlpi_addr + part.p_vaddr);
+            EXPECT_LT(0, pread(memory, chunk.data(), chunk.size(), from));
+            *static_cast<std::string*>(into) += chunk;
+        }
+        close(memory);
+        return 1;  // the program itself comes first; the libraries are not looked at
+    };
+    dl_iterate_phdr(collect, &bytes);
+    return bytes;
+}
+
+TEST_F(LifecycleTest, KeepsTwoNamesInMemoryThatNothingRefersTo) {
+    const std::string bytes = loadedBytes();
+    for (const char* stage : {"AUTHEN", "AUTHOR"}) {
+        // Put together here, so that this test does not contain what it looks for.
+        const std::string name = std::string("TAL_") + stage;
+        EXPECT_NE(std::string::npos, bytes.find(name)) << name;
+    }
+    EXPECT_EQ(std::string::npos, bytes.find(std::string("TAL_") + "NOBODY"));
 }
 
 TEST_F(LifecycleTest, ConfigurationTreeIsNeitherReadNorWritten) {

@@ -410,6 +410,44 @@ TEST_F(ReplayEventTest, RefusingEngineMakesNoReplay) {
     EXPECT_FALSE(replayed(2));  // never asked for
 }
 
+TEST_F(ReplayEventTest, DeletedLoginIsNoLongerWaitedFor) {
+    const std::function<void()> deletions[] = {
+        [this] { EXPECT_EQ(0U, module.talDeleteStoredLoginData(1)); },
+        [this] { EXPECT_EQ(0U, module.talDeleteStoredLoginDataAll()); },
+        [this] { EXPECT_EQ(talResOk, module.talIntfAdminStateSet(1, false)); },
+        [this] { EXPECT_EQ(0U, module.talAdminStateSet(false)); },
+    };
+    for (const auto& deletion : deletions) {
+        replay();
+        deletion();
+        const rpcTalLoginBlockBll block = sentFor(header(1));
+        EXPECT_FALSE(isStored(block));
+        EXPECT_EQ(textOf(block), keptFor(1)) << "a fresh login is stored when it is accepted";
+        ASSERT_EQ(0U, module.talAdminStateSet(true));
+        ASSERT_EQ(talResOk, module.talIntfAdminStateSet(1, true));
+        writeStoredFile(fileOf({1, 2}));
+    }
+}
+
+TEST_F(ReplayEventTest, DeletionThatFailsOrIsOfAnotherLeavesTheReplayWaiting) {
+    replay();
+    platform.answers.always("exclusiveLock");
+    EXPECT_EQ(1U, module.talDeleteStoredLoginData(1));
+    EXPECT_EQ(1U, module.talDeleteStoredLoginDataAll());
+    platform.answers.clear();
+    EXPECT_EQ(0U, module.talDeleteStoredLoginData(2));
+    EXPECT_TRUE(replayed(1));
+    EXPECT_FALSE(replayed(2));
+}
+
+TEST_F(ReplayEventTest, ReplacedBlockIsStillWaitedFor) {
+    replay();
+    rpcTalLoginBlockBll block = fullBlock(1);
+    block.extraInt = 7;
+    ASSERT_EQ(0U, module.talStoreLoginData(1, block));
+    EXPECT_EQ(7U, sentFor(header(1)).extraInt);
+}
+
 TEST_F(ReplayEventTest, MissingStoredBlockIsSentBareAndNotKept) {
     replay();
     writeStoredFile(fileOf({2}));

@@ -279,6 +279,25 @@ TEST_F(LoginReplyTest, RequestStateIsSwitchedUnderTheExclusiveLock) {
     EXPECT_EQ(1, platform.find("ittalRequestState")[0].exclusiveHeld);
 }
 
+TEST_F(LoginReplyTest, RequestStateWhoseLockIsRefusedIsOneAndLoggedOnce) {
+    startQuiet({7});
+    platform.answers.always("exclusiveLock");
+    EXPECT_EQ(1u, rpcTalReply(7, authentication, 5));
+    EXPECT_EQ(1u, rpcTalReply(99, authentication, 5)) << "the interface is not looked at";
+    const std::string text = "log 1: Error obtaining exclusive lock in tal::talRequestStateSet.";
+    EXPECT_TRUE(sameLines(platform.texts(), {text, text}));
+    EXPECT_TRUE(platform.calls().empty());
+}
+
+TEST_F(LoginReplyTest, RefusedCheckBehindTheRequestStateReadsAsUnknownInterface) {
+    startQuiet({7});
+    platform.answers.always("sharedLock");
+    EXPECT_EQ(3u, rpcTalReply(7, authentication, 5));
+    EXPECT_TRUE(sameLines(platform.calls(), {"ittalRequestState(true)"}));
+    EXPECT_TRUE(sameLines(platform.texts(),
+                          {"log 1: Error obtaining exclusive lock in tal::talIsValidIntf."}));
+}
+
 TEST_F(LoginReplyTest, RefusedCheckReadsAsUnknownInterface) {
     startPending();
     platform.answers.nth("sharedLock", 1);
@@ -349,6 +368,24 @@ TEST_F(LoginReplyTest, OperationalStatesOfUnknownInterfacesAreThree) {
     EXPECT_EQ(talResIntfInvalid, module.talIntfAuthorOperStateSet(8, true));
     EXPECT_TRUE(platform.calls().empty());
     EXPECT_TRUE(platform.texts().empty());
+}
+
+TEST_F(LoginReplyTest, OperationalStatesOfInterfaceZeroReachTheEngineAsTheyAre) {
+    startQuiet({7});
+    EXPECT_EQ(talResOk, module.talIntfAuthenOperStateSet(0, true));
+    EXPECT_EQ(talResOk, module.talIntfAuthorOperStateSet(0, false));
+    EXPECT_TRUE(sameLines(platform.calls(), {"ittalPortAuthenOperStateSet(0, 1)",
+                                             "ittalPortAuthorOperStateSet(0, 0)"}));
+}
+
+TEST_F(LoginReplyTest, OperationalStatesReadARefusedCheckAsUnknownInterface) {
+    startQuiet({7});
+    platform.answers.always("sharedLock");
+    EXPECT_EQ(talResIntfInvalid, module.talIntfAuthenOperStateSet(7, true));
+    EXPECT_EQ(talResIntfInvalid, module.talIntfAuthorOperStateSet(7, true));
+    EXPECT_TRUE(platform.calls().empty());
+    const std::string text = "log 1: Error obtaining exclusive lock in tal::talIsValidIntf.";
+    EXPECT_TRUE(sameLines(platform.texts(), {text, text}));
 }
 
 TEST_F(LoginReplyTest, OperationalStatesTheEngineRefusesAreReported) {

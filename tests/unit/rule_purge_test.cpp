@@ -81,6 +81,24 @@ TEST_F(RulePurgeTest, KeepsOnlyTheNewRuleFromPurgingWhileAConfigurationIsApplied
     EXPECT_FALSE(loginStored(5)) << "the configuration is applied";
 }
 
+// The comparison has found the rule; the second look at it is refused its lock.
+TEST_F(RulePurgeTest, RuleFoundModifiedIsNotNewThoughItIsNotFoundAgain) {
+    startWith({1, 5});
+    adminStates(true, true);
+    prepare(Change::modified);
+    module.configurationApplyStart();
+    talRule rule = rules::other(6);
+    // One lock of the change's own check and three of the comparison come before.
+    platform.answers.nth("sharedLock", 5);
+    platform.forget();
+    EXPECT_EQ(talResOk, module.talRuleEntrySet(5, &rule, rules::add));
+    platform.answers.clear();
+    EXPECT_TRUE(sameLines(platform.texts(),
+                          {"log 1: Error obtaining exclusive lock in tal::talRuleExists."}));
+    EXPECT_TRUE(sameLines(engine(), {deleted(5, 6), added(5, 6)}));
+    EXPECT_FALSE(loginStored(5)) << "only a new rule spares it";
+}
+
 TEST_F(RulePurgeTest, NothingIsPurgedDuringTheStart) {
     startForEver();
     adminStates(true, true);

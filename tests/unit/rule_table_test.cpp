@@ -471,6 +471,30 @@ TEST_F(RuleTableTest, LockRefusedFurtherInEndsTheChange) {
     EXPECT_TRUE(sameLines(platform.texts(), {lockText("talRuleIntfAllSet")}));
 }
 
+TEST_F(RuleTableTest, RefusedLockOfTheInterfaceCheckReadsAsUnknownInterface) {
+    talRule rule = rules::blank(6);
+    platform.answers.nth("sharedLock", 2);
+    EXPECT_EQ(talResIntfInvalid, module.talRuleGet(5, &rule));
+    EXPECT_EQ(std::vector<int>(), rules::differing(rules::blank(6), rule));
+    platform.answers.clear();
+    platform.answers.nth("sharedLock", 1);
+    rule = rules::some(6);
+    EXPECT_EQ(talResIntfInvalid, module.talRuleEntrySet(5, &rule, rules::add));
+    EXPECT_TRUE(
+        sameLines(platform.texts(), {lockText("talIsValidIntf"), lockText("talIsValidIntf")}));
+    EXPECT_TRUE(engine().empty());
+}
+
+// The rule's own check then takes the interface for unknown, but this one has found it.
+TEST_F(RuleTableTest, InterfaceThatGoesUnknownWhileTheRuleIsCheckedIsOne) {
+    talRule rule = rules::some(6);
+    platform.answers.nth("sharedLock", 2);
+    EXPECT_EQ(talResError, module.talRuleIntfSet(5, &rule, rules::add));
+    EXPECT_TRUE(sameLines(platform.texts(), {lockText("talIsValidIntf")}));
+    EXPECT_TRUE(engine().empty());
+    EXPECT_TRUE(module.talRuleEmpty(5));
+}
+
 TEST_F(RuleTableTest, EveryRefusedCallLeavesOldOrNewAndSaysSo) {
     for (const bool deleting : {false, true}) {
         talResultCode result = talResOk;

@@ -1,6 +1,7 @@
 // What a change of a setting deletes: stored logins and dynamic profiles, and when.
 #include "tests/fake/module_test.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,24 @@ protected:
         storeLogins({5, 6, 7});
         platform.forget();
     }
+    // The same after a start that failed at its last engine call: it goes on for ever.
+    void startForEver() {
+        for (const unsigned id : {5u, 6u, 7u}) {
+            addInterface(id);
+        }
+        platform.answers.always("ittalRequestState");
+        ASSERT_FALSE(module.start());
+        platform.answers.clear();
+        storeLogins({5, 6, 7});
+        platform.forget();
+    }
+    // The storage file is locked for the last time before the first profile goes.
+    bool loginsWentBeforeProfiles() const {
+        const std::vector<fake::Call> locks = platform.find("exclusiveLock");
+        const std::vector<fake::Call> profiles = platform.find("serviceDynamicProfilesDelete");
+        return locks.size() >= 2 && profiles.size() == 1 &&
+               locks.back().order < profiles.front().order;
+    }
     std::string stored() const {
         std::string ids;
         for (unsigned id = 0; id < 10; ++id) {
@@ -60,6 +79,48 @@ TEST_F(SettingDeletionTest, DisablingAnInterfaceDeletesItsLoginThenItsProfiles) 
                                                 "saveDynamicProfiles(0)",
                                             }));
     EXPECT_TRUE(platform.texts().empty());
+}
+
+TEST_F(SettingDeletionTest, LoginsGoBeforeProfiles) {
+    startStored();
+    const std::function<unsigned(bool)> setters[] = {
+        [this](bool state) { return module.talIntfAdminStateSet(6, state); },
+        [this](bool state) { return module.talIntfAdminStateSet(0, state); },
+        [this](bool state) { return module.talAdminStateSet(state); },
+    };
+    for (const auto& set : setters) {
+        ASSERT_EQ(0u, set(true));
+        platform.forget();
+        ASSERT_EQ(0u, set(false));
+        EXPECT_TRUE(loginsWentBeforeProfiles());
+        EXPECT_FALSE(isStored(6));
+        storeLogins({6});
+    }
+}
+
+TEST_F(SettingDeletionTest, AdminStateDeletesNothingDuringTheStart) {
+    startForEver();
+    ASSERT_EQ(talResOk, module.talIntfAdminStateSet(0, true));
+    EXPECT_EQ(talResOk, module.talIntfAdminStateSet(6, false));
+    EXPECT_EQ(talResOk, module.talIntfAdminStateSet(0, false));
+    EXPECT_EQ("567", stored());
+    EXPECT_TRUE(profileCalls().empty());
+}
+
+TEST_F(SettingDeletionTest, AutomaticRequestDeletesNothingDuringTheStart) {
+    startForEver();
+    EXPECT_EQ(talResOk, module.talIntfAutoReqAdminStateSet(6, true));
+    EXPECT_EQ(talResOk, module.talIntfAutoReqAdminStateSet(0, true));
+    EXPECT_EQ("567", stored());
+}
+
+TEST_F(SettingDeletionTest, RefusedDisablingDeletesNothing) {
+    startStored();
+    ASSERT_EQ(talResOk, module.talIntfAdminStateSet(6, true));
+    platform.answers.always("ittalPortAdminStateSet");
+    EXPECT_EQ(talResError, module.talIntfAdminStateSet(6, false));
+    EXPECT_EQ("567", stored());
+    EXPECT_TRUE(profileCalls().empty());
 }
 
 TEST_F(SettingDeletionTest, ProfilesGoThoughTheStoredLoginCannotBeDeleted) {
@@ -143,13 +204,14 @@ TEST_F(SettingDeletionTest, DisablingAllReportsLoginsThatCannotBeDeleted) {
 // Authentication and authorization are mirror images of each other.
 struct Stage {
     const char* name;
+    const char* engineCall;
     talResultCode (tal::*set)(unsigned, bool);
     talResultCode (tal::*setOther)(unsigned, bool);
 };
 const Stage stages[] = {
-    {"talIntfAuthenAdminStateSet", &tal::talIntfAuthenAdminStateSet,
+    {"talIntfAuthenAdminStateSet", "ittalPortAuthenAdminStateSet", &tal::talIntfAuthenAdminStateSet,
      &tal::talIntfAuthorAdminStateSet},
-    {"talIntfAuthorAdminStateSet", &tal::talIntfAuthorAdminStateSet,
+    {"talIntfAuthorAdminStateSet", "ittalPortAuthorAdminStateSet", &tal::talIntfAuthorAdminStateSet,
      &tal::talIntfAuthenAdminStateSet},
 };
 
@@ -176,6 +238,24 @@ TEST_P(StageDeletionTest, LoginGoesWithTheSecondOfTheTwoStages) {
     EXPECT_EQ("57", stored());
     EXPECT_TRUE(profileCalls().empty());
     EXPECT_TRUE(platform.texts().empty());
+}
+
+TEST_P(StageDeletionTest, NothingIsDeletedDuringTheStart) {
+    startForEver();
+    ASSERT_EQ(talResOk, setOther(0, false));
+    EXPECT_EQ(talResOk, set(7, false));
+    EXPECT_EQ(talResOk, set(0, false));
+    EXPECT_EQ("567", stored());
+}
+
+TEST_P(StageDeletionTest, RefusedDisablingDeletesNothing) {
+    startStored();
+    ASSERT_EQ(talResOk, setOther(0, false));
+    platform.answers.always(GetParam().engineCall);
+    EXPECT_EQ(talResError, set(6, false));
+    EXPECT_EQ(talResError, set(0, false));
+    EXPECT_EQ("567", stored());
+    EXPECT_TRUE(profileCalls().empty());
 }
 
 TEST_P(StageDeletionTest, EnablingDeletesNothing) {

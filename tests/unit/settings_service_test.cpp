@@ -284,6 +284,38 @@ TEST_F(SettingsServiceTest, StatesAreForwardedOnlyWithinTheirRanges) {
     }
 }
 
+TEST_F(SettingsServiceTest, KeepsWritingTheStatesAfterAFailure) {
+    platform.engine.outputs("ittalPortStatesGet", {1, 2, 3}, 5);
+    const States nothing{0, 0, 0};
+    States out{77, 78, 79};
+    EXPECT_EQ(3u, states(6, out));
+    EXPECT_EQ(nothing, out);
+    platform.answers.nth("sharedLock", 1);
+    out = {77, 78, 79};
+    EXPECT_EQ(1u, states(5, out));
+    EXPECT_EQ(nothing, out);
+    platform.answers.always("ittalPortStatesGet", -1);
+    out = {77, 78, 79};
+    EXPECT_EQ(1u, states(5, out));
+    EXPECT_EQ(nothing, out);
+    platform.engine.refusedGetsFill = true;
+    EXPECT_EQ(1u, states(5, out));
+    EXPECT_EQ((States{1, 2, 3}), out) << "what a refusing engine wrote";
+}
+
+TEST_F(SettingsServiceTest, ExceptionLeavesTheStatesAlone) {
+    const States before{77, 78, 79};
+    // The two locks and the engine.
+    for (unsigned n = 1; n <= 3; ++n) {
+        platform.armException(n);
+        States out = before;
+        EXPECT_EQ(1u, states(5, out));
+        ASSERT_TRUE(platform.struck());
+        EXPECT_EQ(before, out) << platform.struck()->text;
+    }
+    platform.disarmFault();
+}
+
 TEST_F(SettingsServiceTest, RefusedStatesAnswerOne) {
     platform.answers.always("ittalPortStatesGet", -1);
     States out{77, 78, 79};

@@ -181,9 +181,10 @@ using Lines = std::vector<std::string>;
 constexpr char temporary[] = "tal.store.dat.tmp";
 constexpr char none[] = "(none)";
 
+// Longer than the block it replaces.
 rpcTalLoginBlockBll newerBlock(unsigned interface) {
     rpcTalLoginBlockBll block = fullBlock(interface);
-    samples::setText(block.remoteId, "newer");
+    samples::setText(block.remoteId, "newer remote");
     return block;
 }
 
@@ -439,6 +440,83 @@ TEST_F(StorageCrashTest, FailingCallLeavesWholeBlocksAndNoTemporaryFile) {
         }
         EXPECT_GT(struck, 8);
     }
+}
+
+// A login that was deleted must not be replayed after a restart.
+TEST_F(StorageCrashTest, FullDiskUndoesNoDeletion) {
+    const struct {
+        const char* what;
+        std::string before, after;
+        std::function<unsigned()> operation;
+        size_t places;  // calls that fail before the new contents are there
+    } deletions[] = {
+        {"one", fileOf({1, 2, 3}), fileOf({1, 3}),
+         [this] { return module.talDeleteStoredLoginData(2); }, 4},
+        {"all", fileOf({1, 2, 3}), "", [this] { return module.talDeleteStoredLoginDataAll(); }, 3},
+        {"corrupt", fileOf({1, 2}) + "interface: 3\n", "",
+         [this] { return module.talIsLoginDataStored(1) ? 1U : 0U; }, 3},
+    };
+    for (const auto& [what, before, after, operation, places] : deletions) {
+        for (const int error : {ENOSPC, EDQUOT, EIO}) {
+            std::set<std::string> struck;
+            for (int at = 1; at < mostCalls; at++) {
+                start(before);
+                const Outcome outcome = run(operation, Fault::failed, at, error);
+                if (outcome.chosen.empty())
+                    break;
+                if (outcome.chosen != "open(tal.store.dat.tmp)" && outcome.chosen != "write()" &&
+                    outcome.chosen != "fsync(file)" &&
+                    outcome.chosen != "rename(tal.store.dat.tmp)")
+                    continue;
+                SCOPED_TRACE(testing::Message()
+                             << what << ", " << strerror(error) << " at " << outcome.chosen);
+                struck.insert(outcome.chosen);
+                EXPECT_EQ(0, outcome.result);
+                EXPECT_EQ(after, storedFile());
+                EXPECT_FALSE(std::filesystem::exists(temporary));
+            }
+            EXPECT_EQ(places, struck.size()) << what;
+        }
+    }
+}
+
+TEST_F(StorageCrashTest, FullDiskLetsOnlyShorterContentsIn) {
+    const std::string before = fileOf({1, 2, 3});
+    for (const char* remote : {"short", "remote 8", "remote 80"}) {
+        rpcTalLoginBlockBll block = fullBlock(2);
+        samples::setText(block.remoteId, remote);
+        const bool shorter = strcmp(remote, "short") == 0;
+        const std::string after = shorter ? fileOf({1, 3}) + textOf(block) : before;
+        const auto store = [&] { return module.talStoreLoginData(2, block); };
+        start(before);
+        const Lines trace = run(store).trace;
+        for (const char* call : {"open(tal.store.dat.tmp)", "write()"}) {
+            const auto found = std::find(trace.begin(), trace.end(), call);
+            ASSERT_NE(trace.end(), found);
+            start(before);
+            EXPECT_EQ(0,
+                      run(store, Fault::failed, static_cast<int>(found - trace.begin()) + 1, ENOSPC)
+                          .result);
+            EXPECT_EQ(after, storedFile()) << remote << ", " << call;
+            EXPECT_FALSE(std::filesystem::exists(temporary));
+        }
+    }
+}
+
+// The file is never shorter than what is still to be written into it.
+TEST_F(StorageCrashTest, DeletionOnAFullDiskWritesAndFlushesBeforeItCuts) {
+    start(fileOf({1, 2, 3}));
+    const auto deletion = [this] { return module.talDeleteStoredLoginData(2); };
+    const Lines trace = run(deletion).trace;
+    const auto open = std::find(trace.begin(), trace.end(), "open(tal.store.dat.tmp)");
+    ASSERT_NE(trace.end(), open);
+    start(fileOf({1, 2, 3}));
+    const Lines full =
+        run(deletion, Fault::failed, static_cast<int>(open - trace.begin()) + 1, ENOSPC).trace;
+    const auto last = std::find(full.begin(), full.end(), "open(tal.store.dat.tmp)");
+    EXPECT_EQ((Lines{"open(tal.store.dat.tmp)", "open(tal.store.dat)", "write()", "fsync(file)",
+                     "ftruncate()", "fsync(file)", "close()"}),
+              Lines(last, full.end()));
 }
 
 TEST_F(StorageCrashTest, FullDiskHalfwayThroughAWriteLeavesTheOldContents) {
