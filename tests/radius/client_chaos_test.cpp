@@ -34,6 +34,8 @@ public:
             one.window = 1 + below(40);
             one.weight = 1 + below(5);
             one.statusServer = below(3) != 0;
+            one.retry.tries = 1 + below(3);
+            one.probeInterval = Time(500'000 + below(5'000'000));
             settings.servers.push_back(one);
             server.onRequest = [this, &server](const ScriptedServer::Sent& sent) {
                 arrived(server, sent);
@@ -59,6 +61,7 @@ public:
         for (size_t i = 0; i < servers_.size(); ++i) {
             moods_[i] = {};
             servers_[i]->answersProbes = true;
+            servers_[i]->probeDelay = Time(0);
             servers_[i]->refusesChannels = false;
         }
         for (int i = 0; i < 600 && client_->outstanding() > 0; ++i) {
@@ -122,6 +125,7 @@ private:
         mood.lossPercent = below(60);
         mood.delay = Time(below(4'000'000));
         servers_[index]->answersProbes = !mood.dead;
+        servers_[index]->probeDelay = Time(below(2) * below(6'000'000));
         servers_[index]->refusesChannels = below(6) == 0;
         if (below(3) == 0 && servers_[index]->channelsMade() > 0) {
             const auto made = static_cast<unsigned>(servers_[index]->channelsMade());

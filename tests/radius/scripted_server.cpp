@@ -52,7 +52,8 @@ void ScriptedServer::arrived(size_t channel, Bytes packet) {
     if (sent.view().code() == Code::statusServer) {
         probes.push_back(sent);
         if (answersProbes) {
-            reactor_.at(reactor_.now(), [this, sent] { answer(sent, Code::accessAccept); });
+            reactor_.at(reactor_.now() + probeDelay,
+                        [this, sent] { answer(sent, Code::accessAccept); });
         }
         return;
     }

@@ -254,6 +254,13 @@ void Server::abandon(Flying flying) {
     inFlight_ -= flight.purpose == Purpose::probe ? 0 : 1;
 }
 
+void Server::abandonProbe() {
+    if (probeFlying_) {
+        abandon(*probeFlying_);
+        probeFlying_.reset();
+    }
+}
+
 // An answer.
 
 void Server::received(size_t index, Bytes datagram) {
@@ -304,6 +311,7 @@ bool Server::stillTells(const Flight& flight) const {
 }
 
 void Server::lateProbe(Flight& flight) {
+    abandonProbe();  // which came after it; a server that is back is not probed
     flight.state = Flight::State::answered;
     lastAnswer_ = reactor_.now();
     ++counters_.probeAnswers;
@@ -358,11 +366,12 @@ void Server::die() {
         for (size_t id = 0; associations_[index] && id < Association::identifiers; ++id) {
             const auto flying = static_cast<Flying>(index << 8 | id);
             const Flight& flight = flightOf(flying);
-            if (flight.state == Flight::State::flying) {
+            if (flight.state == Flight::State::flying && flight.purpose != Purpose::probe) {
                 flyings.emplace_back(flight.firstSent, flying);
             }
         }
     }
+    abandonProbe();
     std::sort(flyings.begin(), flyings.end());
     for (const auto& [sent, flying] : flyings) {
         abandon(flying);
@@ -404,10 +413,9 @@ void Server::probe() {
         return;
     }
     if (probeFlying_) {
-        const Flying unanswered = *probeFlying_;
-        abandon(unanswered);
-        probeFlying_.reset();
-        retireSilent(indexOf(unanswered));
+        const size_t silent = indexOf(*probeFlying_);
+        abandonProbe();
+        retireSilent(silent);
     }
     scheduleProbe(settings_.probeInterval);
     if (const std::optional<size_t> index = roomIn()) {

@@ -65,6 +65,7 @@ private:
     void send(size_t index, Flight& flight, Flying flying);
     void due(Flying flying);
     void abandon(Flying flying);
+    void abandonProbe();  // if one is under way
     void die();
     void enter(ServerState state);
     void scheduleProbe(Time after);
