@@ -83,6 +83,100 @@ TEST_F(RadiusClient, DeadFirstServerCostsOneWaitAndNoMore) {
     }
 }
 
+TEST_F(RadiusClient, ListedServerWithoutAChannelIsDeadAndTheNextIsAsked) {
+    start();
+    answersAtOnce(second_);
+    first_.refusesChannels = true;
+    std::vector<std::string> told;
+    client_->onServerChange([&](const std::string& name, ServerState) { told.push_back(name); });
+    const auto ticket = login();
+    EXPECT_TRUE(told.empty()) << "told from inside submit";
+    reactor_.settle();
+    EXPECT_EQ("accepted by second", outcomeOf(ticket));
+    EXPECT_EQ(std::vector<std::string>{"first"}, told);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    EXPECT_EQ(1U, status(0).counters.deaths);
+}
+
+TEST_F(RadiusClient, ServerWithoutAChannelComesBackWhenItsProbesGetOne) {
+    start();
+    answersAtOnce(first_);
+    answersAtOnce(second_);
+    first_.refusesChannels = true;
+    login();
+    reactor_.advance(20 * second);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    const uint64_t failures = status(0).counters.lineErrors;
+    EXPECT_GE(failures, 4U);
+    EXPECT_LE(failures, 8U) << "tried more often than it is probed";
+    first_.refusesChannels = false;
+    reactor_.advance(6 * second);
+    EXPECT_EQ(ServerState::alive, status(0).state);
+    const auto after = login();
+    reactor_.settle();
+    EXPECT_EQ("accepted by first", outcomeOf(after));
+}
+
+TEST_F(RadiusClient, RequestWithoutPatienceIsSentOnceTheOnlyServerHasAChannel) {
+    for (const bool statusServer : {true, false}) {
+        start(
+            [statusServer](ClientSettings& settings) {
+                settings.servers[0].statusServer = statusServer;
+                settings.patience = Time(0);
+            },
+            1);
+        answersAtOnce(first_);
+        first_.refusesChannels = true;
+        first_.onRequest = [this](const ScriptedServer::Sent& sent) {
+            first_.answer(sent, Code::accountingResponse);
+        };
+        int answered = 0;
+        Request request = requestOf("a");
+        request.kind = Request::Kind::accounting;
+        client_->submit(request, [&](const Answer&) { ++answered; });
+        reactor_.advance(100 * second);
+        EXPECT_EQ(0, answered);
+        first_.refusesChannels = false;
+        reactor_.advance(40 * second);
+        EXPECT_EQ(1, answered) << statusServer;
+    }
+}
+
+TEST_F(RadiusClient, ChannelThatCannotBeMadeHarmsNoServerThatHasAnother) {
+    start([](ClientSettings& settings) { settings.servers[0].window = 300; });
+    login();
+    first_.refusesChannels = true;
+    for (int i = 0; i < 299; ++i) {
+        login();
+    }
+    reactor_.settle();
+    EXPECT_EQ(ServerState::alive, status(0).state);
+    EXPECT_EQ(256U, status(0).inFlight);
+    EXPECT_EQ(0U, second_.requests.size());
+    first_.acceptAll();
+    EXPECT_EQ(300U, status(0).counters.accepts);
+}
+
+TEST_F(RadiusClient, ChannelOfTheSameMomentSavesAServer) {
+    start();
+    first_.refusesChannels = true;
+    login();
+    first_.refusesChannels = false;
+    login();
+    reactor_.settle();
+    EXPECT_EQ(ServerState::alive, status(0).state);
+    EXPECT_EQ(2U, first_.requests.size());
+}
+
+TEST_F(RadiusClient, WeightedServerWithoutAChannelIsDeadToo) {
+    start([](ClientSettings& settings) { settings.order = Order::weighted; });
+    first_.refusesChannels = true;
+    login();
+    EXPECT_EQ(1U, second_.requests.size());
+    reactor_.settle();
+    EXPECT_EQ(ServerState::dead, status(0).state);
+}
+
 TEST_F(RadiusClient, PasswordIsHiddenForTheServerThatIsAsked) {
     start();
     Request request = requestOf("a");

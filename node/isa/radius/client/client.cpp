@@ -7,9 +7,10 @@
 // A request that one server did not answer goes to the next one, and after the last starts again
 // with the first, until patience ends. What is handed over keeps its place before younger
 // requests. With Order::listed the first living server gets everything, also when its window is
-// full: the second is for its failure, not for its load. With Order::weighted the servers take
-// turns in proportion to their weights (each round every server is credited its weight, the
-// richest takes the request and pays the sum of all).
+// full: the second is for its failure, not for its load. One that cannot be reached is not ready
+// for a moment and then dead. With Order::weighted the servers take turns in proportion to their
+// weights (each round every server is credited its weight, the richest takes the request and pays
+// the sum of all).
 // Tested by tests/radius/client_test.cpp and, against a real server, scenario tests.
 #include "node/isa/radius/client/client.h"
 

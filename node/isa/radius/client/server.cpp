@@ -1,10 +1,12 @@
 // Life and death. A server is dead when a request was given up and no proven answer has come
 // since that request was first sent: loss alone, however bad, does not kill a server that
-// answers others. On death everything under way is handed back at once. A dead server is asked
-// by Status-Server, first immediately, then at intervals; one proven answer brings it back. A
-// server that dies again without having answered a request needs twice as many answers the next
-// time, up to eight, so that one that answers only Status-Server does not swallow logins again
-// and again. Where Status-Server is not understood, one request is tried after a rest.
+// answers others. So is one that has no channel and to which none can be made: there is no route,
+// or not yet the address to send from. On death everything under way is handed back at once. A
+// dead server is asked by Status-Server, first immediately, then at intervals; one proven answer
+// brings it back. A server that dies again without having answered a request needs twice as many
+// answers the next time, up to eight, so that one that answers only Status-Server does not swallow
+// logins again and again. Where Status-Server is not understood, one request is tried after a
+// rest.
 //
 // Answers. The identifier leads to the last request sent under it, which says with whose
 // authenticator the answer must be proven. Only a proven answer counts as late or as a
@@ -65,6 +67,7 @@ Server::Server(Reactor& reactor, Random& random, const ServerSettings& settings,
       events_(std::move(events)),
       signer_(settings.secret),
       deadlines_(reactor, [this](uint64_t flying) { due(static_cast<Flying>(flying)); }),
+      judgeTimer_(reactor, [this](uint64_t) { judge(); }),
       probeTimer_(reactor, [this](uint64_t) { probe(); }),
       sweepTimer_(reactor, [this](uint64_t) { broken_.clear(); }) {}
 
@@ -109,6 +112,7 @@ std::optional<size_t> Server::grow() {
         ++counters_.lineErrors;
         return std::nullopt;
     }
+    unreachable_ = false;
     if (gap == associations_.end()) {
         associations_.push_back(std::move(association));
     } else {
@@ -161,7 +165,17 @@ void Server::retireSilent(size_t index) {
 
 bool Server::ready() {
     const size_t window = state_ == ServerState::alive ? settings_.window : 1;
-    return state_ != ServerState::dead && inFlight_ < window && roomIn().has_value();
+    if (state_ == ServerState::dead || inFlight_ >= window) {
+        return false;
+    }
+    if (roomIn()) {
+        return true;
+    }
+    if (channels() == 0) {
+        unreachable_ = true;
+        judgeSoon();
+    }
+    return false;
 }
 
 Server::Flying Server::take(uint64_t ticket, const Request& request) {
@@ -353,6 +367,19 @@ void Server::count(const PacketView& answer, const Flight& flight) {
 }
 
 // Death and return.
+
+// From a timer, as the client may be calling and must not be called back from inside.
+void Server::judgeSoon() {
+    if (judgeTimer_.size() == 0) {
+        judgeTimer_.add(reactor_.now(), 0);
+    }
+}
+
+void Server::judge() {
+    if (state_ != ServerState::dead && unreachable_) {
+        die();
+    }
+}
 
 void Server::die() {
     ++counters_.deaths;

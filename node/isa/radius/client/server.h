@@ -42,7 +42,8 @@ public:
     size_t inFlight() const { return inFlight_; }
     size_t channels() const;
 
-    // Whether take may be called; makes a channel if one is missing.
+    // Whether take may be called; makes a channel if one is missing. Without any the server dies
+    // soon after, not in the call.
     bool ready();
     Flying take(uint64_t ticket, const Request& request);
     void withdraw(Flying flying);  // its answer will be late; calls nothing
@@ -66,6 +67,8 @@ private:
     void due(Flying flying);
     void abandon(Flying flying);
     void abandonProbe();  // if one is under way
+    void judgeSoon();
+    void judge();
     void die();
     void enter(ServerState state);
     void scheduleProbe(Time after);
@@ -85,11 +88,13 @@ private:
     std::vector<std::unique_ptr<Association>> associations_;  // null: to be made again
     std::vector<std::unique_ptr<Association>> broken_;        // their channel may be calling
     Deadlines deadlines_;
+    Deadlines judgeTimer_;
     Deadlines probeTimer_;
     Deadlines sweepTimer_;
     std::optional<Time> probeDue_;
     ServerState state_ = ServerState::alive;
-    size_t inFlight_ = 0;  // without probes
+    bool unreachable_ = false;  // no channel, nor could one be made
+    size_t inFlight_ = 0;       // without probes
     Time lastAnswer_{-1};
     std::optional<Flying> probeFlying_;
     unsigned probesAnswered_ = 0;
