@@ -65,6 +65,7 @@ public:
             servers_[i]->answersProbes = true;
             servers_[i]->probeDelay = Time(0);
             servers_[i]->refusesChannels = servers_[i]->refusesChannels && i != reachable;
+            servers_[i]->throwsChannels = servers_[i]->throwsChannels && i != reachable;
         }
         for (int i = 0; i < 600 && client_->outstanding() > 0; ++i) {
             reactor_.advance(Time(1'000'000));
@@ -129,6 +130,7 @@ private:
         servers_[index]->answersProbes = !mood.dead;
         servers_[index]->probeDelay = Time(below(2) * below(6'000'000));
         servers_[index]->refusesChannels = below(6) == 0;
+        servers_[index]->throwsChannels = below(10) == 0;
         if (below(3) == 0 && servers_[index]->channelsMade() > 0) {
             const auto made = static_cast<unsigned>(servers_[index]->channelsMade());
             servers_[index]->breakChannel(below(made));

@@ -98,6 +98,20 @@ TEST_F(RadiusClient, ListedServerWithoutAChannelIsDeadAndTheNextIsAsked) {
     EXPECT_EQ(1U, status(0).counters.deaths);
 }
 
+TEST_F(RadiusClient, ChannelThatTheReactorRefusesIsOneThatCannotBeMade) {
+    start();
+    answersAtOnce(first_);
+    answersAtOnce(second_);
+    first_.throwsChannels = true;
+    const auto ticket = login();
+    reactor_.settle();
+    EXPECT_EQ("accepted by second", outcomeOf(ticket));
+    EXPECT_GE(status(0).counters.lineErrors, 2U) << "of the login and of the first probe";
+    first_.throwsChannels = false;
+    reactor_.advance(6 * second);
+    EXPECT_EQ(ServerState::alive, status(0).state);
+}
+
 TEST_F(RadiusClient, ServerWithoutAChannelComesBackWhenItsProbesGetOne) {
     start();
     answersAtOnce(first_);

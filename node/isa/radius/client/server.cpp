@@ -23,6 +23,7 @@
 #include "node/isa/radius/client/server.h"
 
 #include <algorithm>
+#include <system_error>
 
 namespace node::radius {
 
@@ -107,7 +108,11 @@ std::optional<size_t> Server::grow() {
             channelBroken(index);
         }
     };
-    association->channel = settings_.makeChannel(std::move(events));
+    try {
+        association->channel = settings_.makeChannel(std::move(events));
+    } catch (const std::system_error&) {
+        // None, like one without a route; not worth the end of the node.
+    }
     if (!association->channel) {
         ++counters_.lineErrors;
         return std::nullopt;
