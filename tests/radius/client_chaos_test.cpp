@@ -24,7 +24,8 @@ public:
         ClientSettings settings;
         settings.order = seed % 2 ? Order::listed : Order::weighted;
         settings.seed = seed + 1;
-        settings.patience = seed % 3 ? Time(40'000'000) : Time(0);
+        const Time patiences[] = {Time(0), Time(40'000'000), Time(4'000'000)};
+        settings.patience = patiences[seed % 3];
         for (int i = 0; i < 3; ++i) {
             const std::string name = "server" + std::to_string(i);
             servers_.push_back(std::make_unique<ScriptedServer>(reactor_, name, "secret" + name));

@@ -229,6 +229,101 @@ TEST_F(RadiusClient, AnswerAfterPatienceEndedIsLate) {
     EXPECT_EQ(1U, status(0).counters.withdrawn);
 }
 
+TEST_F(RadiusClient, PatienceThatEndsBeforeTheLastTryFindsASilentServerDead) {
+    for (const bool reliable : {false, true}) {
+        first_.reliable = reliable;
+        start([](ClientSettings& settings) { settings.patience = 5 * second; });
+        answersAtOnce(second_);
+        const auto ticket = login();
+        reactor_.advance(4 * second);
+        const auto younger = login();
+        reactor_.advance(Time(999'999));
+        EXPECT_EQ(ServerState::alive, status(0).state);
+        EXPECT_EQ("none", outcomeOf(younger));
+        reactor_.advance(Time(1));
+        EXPECT_EQ("unanswered", outcomeOf(ticket));
+        EXPECT_EQ(ServerState::dead, status(0).state);
+        EXPECT_EQ("accepted by second", outcomeOf(younger));
+        EXPECT_EQ(1U, status(0).counters.withdrawn);
+        EXPECT_EQ(1U, status(0).counters.handedBack);
+        const auto next = login();
+        reactor_.settle();
+        EXPECT_EQ("accepted by second", outcomeOf(next));
+        EXPECT_EQ(1U, status(0).counters.probes);
+        seen_.clear();
+    }
+}
+
+TEST_F(RadiusClient, CancellingWhatWasLeftUnansweredFindsTheServerDeadSoonAfter) {
+    start();
+    bool told = false;
+    client_->onServerChange([&](const std::string&, ServerState) { told = true; });
+    const auto ticket = login();
+    reactor_.advance(Time(1'200'000));
+    client_->cancel(ticket);
+    EXPECT_FALSE(told) << "told from inside cancel";
+    reactor_.settle();
+    EXPECT_TRUE(told);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+}
+
+TEST_F(RadiusClient, CancellingWithinTheFirstWaitSaysNothingOfTheServer) {
+    for (const bool reliable : {false, true}) {
+        first_.reliable = reliable;
+        start();
+        for (int i = 0; i < 20; ++i) {
+            const auto ticket = login();
+            reactor_.advance(Time(890'000));
+            client_->cancel(ticket);
+            reactor_.settle();
+            EXPECT_EQ(ServerState::alive, status(0).state);
+        }
+        EXPECT_EQ(0U, status(0).counters.deaths);
+    }
+}
+
+TEST_F(RadiusClient, PatienceThatEndsHarmsNoServerThatAnsweredOthers) {
+    start([](ClientSettings& settings) { settings.patience = 5 * second; });
+    const auto lost = login("lost");
+    reactor_.advance(4 * second);
+    login();
+    first_.answer(ScriptedServer::Sent(first_.requests.back()), Code::accessReject);
+    reactor_.advance(2 * second);
+    EXPECT_EQ("unanswered", outcomeOf(lost));
+    EXPECT_EQ(ServerState::alive, status(0).state);
+}
+
+TEST_F(RadiusClient, AnswerOfTheSameMomentSavesAServer) {
+    start();
+    const auto cancelled = login();
+    login();
+    reactor_.advance(2 * second);
+    client_->cancel(cancelled);
+    first_.answer(ScriptedServer::Sent(first_.requests[1]), Code::accessReject);
+    reactor_.settle();
+    EXPECT_EQ(ServerState::alive, status(0).state);
+}
+
+TEST_F(RadiusClient, TrialThatPatienceEndsIsAnotherDeath) {
+    start(
+        [](ClientSettings& settings) {
+            settings.servers[0].statusServer = false;
+            settings.patience = 3 * second;
+        },
+        1);
+    login();
+    reactor_.advance(4 * second);
+    ASSERT_EQ(ServerState::dead, status(0).state);
+    for (int i = 0; i < 400 && status(0).state == ServerState::dead; ++i) {
+        reactor_.advance(second / 10);
+    }
+    ASSERT_EQ(ServerState::trial, status(0).state);
+    login();
+    reactor_.advance(4 * second);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    EXPECT_EQ(2U, status(0).counters.deaths);
+}
+
 TEST_F(RadiusClient, WithoutEndOfPatienceALoginOutlastsAnyOutage) {
     start([](ClientSettings& settings) { settings.patience = Time(0); });
     const auto ticket = login();

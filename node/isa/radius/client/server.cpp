@@ -1,12 +1,13 @@
 // Life and death. A server is dead when a request was given up and no proven answer has come
 // since that request was first sent: loss alone, however bad, does not kill a server that
-// answers others. So is one that has no channel and to which none can be made: there is no route,
-// or not yet the address to send from. On death everything under way is handed back at once. A
-// dead server is asked by Status-Server, first immediately, then at intervals; one proven answer
-// brings it back. A server that dies again without having answered a request needs twice as many
-// answers the next time, up to eight, so that one that answers only Status-Server does not swallow
-// logins again and again. Where Status-Server is not understood, one request is tried after a
-// rest.
+// answers others. A request that is withdrawn after its first wait is as much of a silence;
+// otherwise a patience shorter than all tries would never find a server dead. So is a server dead
+// that has no channel and to which none can be made: there is no route, or not yet the address to
+// send from. On death everything under way is handed back at once. A dead server is asked by
+// Status-Server, first immediately, then at intervals; one proven answer brings it back. A server
+// that dies again without having answered a request needs twice as many answers the next time, up
+// to eight, so that one that answers only Status-Server does not swallow logins again and again.
+// Where Status-Server is not understood, one request is tried after a rest.
 //
 // Answers. The identifier leads to the last request sent under it, which says with whose
 // authenticator the answer must be proven. Only a proven answer counts as late or as a
@@ -19,7 +20,7 @@
 // that follows makes a new connection. So it does when the server died of silence, or a probe was
 // not answered: the other side may be gone without a word, and a connection would notice only
 // after minutes.
-// Tested by tests/radius/client_server_test.cpp.
+// Tested by tests/radius/client_server_test.cpp and client_test.cpp.
 #include "node/isa/radius/client/server.h"
 
 #include <algorithm>
@@ -261,8 +262,20 @@ void Server::due(Flying flying) {
 }
 
 void Server::withdraw(Flying flying) {
+    const Flight& flight = flightOf(flying);
     ++counters_.withdrawn;
+    if (lastAnswer_ < flight.firstSent && outlastedFirstWait(flying)) {
+        silentSince_ = flight.firstSent;
+        judgeSoon();
+    }
     abandon(flying);
+}
+
+bool Server::outlastedFirstWait(Flying flying) {
+    const Flight& flight = flightOf(flying);
+    return associations_[indexOf(flying)]->channel->reliable()
+               ? reactor_.now() - flight.firstSent >= retryAfter(settings_.retry, Time(0), 0)
+               : flight.tries > 1;
 }
 
 void Server::abandon(Flying flying) {
@@ -381,7 +394,9 @@ void Server::judgeSoon() {
 }
 
 void Server::judge() {
-    if (state_ != ServerState::dead && unreachable_) {
+    const bool silent = silentSince_ && lastAnswer_ < *silentSince_;
+    silentSince_.reset();
+    if (state_ != ServerState::dead && (silent || unreachable_)) {
         die();
     }
 }

@@ -46,7 +46,9 @@ public:
     // soon after, not in the call.
     bool ready();
     Flying take(uint64_t ticket, const Request& request);
-    void withdraw(Flying flying);  // its answer will be late; calls nothing
+    // Its answer will be late. Calls nothing; if it was left unanswered the server may die soon
+    // after.
+    void withdraw(Flying flying);
 
 private:
     void received(size_t index, Bytes datagram);
@@ -65,6 +67,7 @@ private:
                   const Request& request);
     void send(size_t index, Flight& flight, Flying flying);
     void due(Flying flying);
+    bool outlastedFirstWait(Flying flying);
     void abandon(Flying flying);
     void abandonProbe();  // if one is under way
     void judgeSoon();
@@ -96,6 +99,7 @@ private:
     bool unreachable_ = false;  // no channel, nor could one be made
     size_t inFlight_ = 0;       // without probes
     Time lastAnswer_{-1};
+    std::optional<Time> silentSince_;  // when a request was first sent that was left unanswered
     std::optional<Flying> probeFlying_;
     unsigned probesAnswered_ = 0;
     unsigned probesNeeded_ = 1;
