@@ -397,7 +397,32 @@ TEST_F(ClientServer, AnswerToAnEarlierUseOfAnIdentifierIsNotTaken) {
     ASSERT_EQ(old.view().id(), first_.requests.back().view().id());
     first_.answer(old, Code::accessAccept);
     EXPECT_EQ("none", outcomeOf(ticket));
+    EXPECT_EQ(1U, dropped(0, Drop::late)) << "it proves the secret all the same";
+    EXPECT_EQ(0U, dropped(0, Drop::badAuthenticator));
+    Buffer changed = first_.answerTo(old, Code::accessAccept);
+    changed[4] ^= 1;
+    first_.deliver(0, changed);
     EXPECT_EQ(1U, dropped(0, Drop::badAuthenticator));
+}
+
+TEST_F(ClientServer, AnswersThatProveNoSecretAreCountedUntilOneDoes) {
+    start();
+    const auto unproven = [this] { return status(0).counters.unprovenInARow; };
+    login();
+    login();
+    const Buffer good = first_.answerTo(first_.requests[0], Code::accessAccept);
+    const Buffer foreign = second_.answerTo(first_.requests[0], Code::accessAccept);
+    first_.deliver(0, foreign);
+    first_.deliver(0, foreign);
+    first_.deliver(0, Buffer(good.begin(), good.begin() + 30));
+    EXPECT_EQ(2U, unproven());
+    first_.deliver(0, good);
+    EXPECT_EQ(0U, unproven());
+    first_.deliver(0, foreign);
+    EXPECT_EQ(1U, unproven());
+    first_.deliver(0, good);
+    EXPECT_EQ(0U, unproven()) << "a duplicate proves the secret too";
+    EXPECT_EQ(3U, dropped(0, Drop::badAuthenticator));
 }
 
 // Channels.

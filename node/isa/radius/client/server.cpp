@@ -10,10 +10,11 @@
 // Where Status-Server is not understood, one request is tried after a rest.
 //
 // Answers. The identifier leads to the last request sent under it, which says with whose
-// authenticator the answer must be proven. Only a proven answer counts as late or as a
-// duplicate; whatever is not proven is dropped and the request goes on waiting, so a forger can
-// neither accept nor refuse a login. A retransmission is the same packet from the same socket,
-// which servers recognise; another server, or another round, gets a new packet.
+// authenticator the answer must be proven; one that proves the request before that is late, too.
+// Only a proven answer counts as late or as a duplicate; whatever is not proven is dropped and the
+// request goes on waiting, so a forger can neither accept nor refuse a login. A retransmission is
+// the same packet from the same socket, which servers recognise; another server, or another round,
+// gets a new packet.
 //
 // On a reliable channel nothing is sent twice: a request there waits as long as all tries would
 // take. If such a channel breaks with requests under way the server counts as dead; the probe
@@ -198,6 +199,9 @@ Server::Flying Server::launch(size_t index, Purpose purpose, uint64_t ticket, Co
     const uint8_t id = association.take();
     const auto flying = static_cast<Flying>(index << 8 | id);
     Flight& flight = association.flight(id);
+    if (flight.state != Flight::State::unused) {
+        flight.earlier = flight.authenticator;
+    }
     flight.state = Flight::State::flying;
     flight.purpose = purpose;
     flight.tries = 0;
@@ -310,9 +314,16 @@ void Server::received(size_t index, Bytes datagram) {
         flight.purpose == Purpose::accounting ||
         (flight.purpose == Purpose::probe && answer->code() == Code::accountingResponse);
     const Demand demand = ofAccounting ? settings_.accountingDemand : Demand::messageAuthenticator;
-    switch (signer_.proveAnswer(*answer, flight.authenticator, demand)) {
+    const Proof proof = signer_.proveAnswer(*answer, flight.authenticator, demand);
+    const bool ofEarlier = proof == Proof::badAuthenticator && answersEarlier(*answer, flight);
+    if (proof == Proof::badAuthenticator && !ofEarlier) {
+        ++counters_.unprovenInARow;
+        return drop(Drop::badAuthenticator);
+    }
+    counters_.unprovenInARow = 0;
+    switch (proof) {
         case Proof::badAuthenticator:
-            return drop(Drop::badAuthenticator);
+            return drop(Drop::late);
         case Proof::noMessageAuthenticator:
             return drop(Drop::noMessageAuthenticator);
         case Proof::badMessageAuthenticator:
@@ -331,6 +342,11 @@ void Server::received(size_t index, Bytes datagram) {
         default:
             land(index, answer->id(), *answer);
     }
+}
+
+bool Server::answersEarlier(const PacketView& answer, const Flight& flight) {
+    return flight.earlier && signer_.proveAnswer(answer, *flight.earlier, Demand::ifPresent) !=
+                                 Proof::badAuthenticator;
 }
 
 // A probe is followed by the next one whether it was answered or not. If the server is slower than

@@ -52,7 +52,7 @@ public:
 
 private:
     void received(size_t index, Bytes datagram);
-    bool acceptable(const PacketView& answer, const Flight& flight, Purpose purpose);
+    bool answersEarlier(const PacketView& answer, const Flight& flight);
     bool stillTells(const Flight& flight) const;
     void lateProbe(Flight& flight);
     void land(size_t index, uint8_t id, const PacketView& answer);
