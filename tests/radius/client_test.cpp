@@ -202,6 +202,22 @@ TEST_F(RadiusClient, PasswordIsHiddenForTheServerThatIsAsked) {
     EXPECT_EQ("a password of more than sixteen bytes", second_.passwordOf(second_.requests[0]));
 }
 
+TEST_F(RadiusClient, LoginWithoutAPasswordCarriesAnEmptyOneAndNothingElseDoes) {
+    start({}, 1);
+    login();
+    Request accounting = requestOf("a");
+    accounting.kind = Request::Kind::accounting;
+    client_->submit(accounting, {});
+    const auto hidden = first_.requests[0].view().all(attribute::userPassword);
+    ASSERT_EQ(1U, hidden.size());
+    EXPECT_EQ(16U, hidden[0].size());
+    EXPECT_EQ("", first_.passwordOf(first_.requests[0]));
+    EXPECT_NE(Buffer(16, 0), Buffer(hidden[0].begin(), hidden[0].end())) << "it is not hidden";
+    EXPECT_FALSE(first_.requests[1].view().first(attribute::userPassword));
+    killFirst();
+    EXPECT_FALSE(first_.probes[0].view().first(attribute::userPassword));
+}
+
 // Patience.
 
 TEST_F(RadiusClient, UnansweredLoginIsReportedOnceWhenPatienceEnds) {
@@ -366,21 +382,26 @@ TEST_F(RadiusClient, WhatCannotBeSentIsRefused) {
         settings.servers[0].window = 1;
     });
     Request request;
-    request.attributes = Buffer(4058, 0);
+    request.attributes = Buffer(4040, 0);  // beside an empty password of 18 bytes
     for (size_t i = 0; i < request.attributes.size(); i += 2) {
         request.attributes[i] = 1;
         request.attributes[i + 1] = 2;
     }
     EXPECT_NE(0U, client_->submit(request, {}));
+    request.attributes.insert(request.attributes.end(), {1, 2});
+    EXPECT_EQ(0U, client_->submit(request, {}));
+    request.kind = Request::Kind::accounting;
+    EXPECT_NE(0U, client_->submit(request, {}));
+    request.kind = Request::Kind::login;
+    request.attributes.resize(4038);
     request.password = Secret("password");
     EXPECT_EQ(0U, client_->submit(request, {}));
     request = requestOf("a");
     request.password = Secret(std::string(129, 'p'));
     EXPECT_EQ(0U, client_->submit(request, {}));
     EXPECT_NE(0U, login());
-    EXPECT_NE(0U, login());
     EXPECT_EQ(0U, login()) << "the queue is full";
-    EXPECT_EQ(3U, client_->counters().refused);
+    EXPECT_EQ(4U, client_->counters().refused);
 }
 
 TEST_F(RadiusClient, DoneMaySubmitTheNext) {

@@ -23,6 +23,7 @@ namespace {
 constexpr size_t mostServers = 32;
 constexpr size_t longestPassword = 128;
 constexpr size_t messageAuthenticatorSize = 18;
+constexpr size_t emptyPasswordSize = 2 + 16;
 constexpr size_t passwordSize = 2 + longestPassword;
 constexpr size_t mostSkipped = 32;
 
@@ -47,8 +48,10 @@ void check(const ClientSettings& settings) {
 }
 
 bool fits(const Request& request) {
-    const size_t most = longestPacket - headerSize - messageAuthenticatorSize -
-                        (request.password ? passwordSize : 0);
+    const size_t password = request.kind != Request::Kind::login ? 0
+                            : request.password                   ? passwordSize
+                                                                 : emptyPasswordSize;
+    const size_t most = longestPacket - headerSize - messageAuthenticatorSize - password;
     return request.attributes.size() <= most &&
            (!request.password || request.password->reveal().size() <= longestPassword);
 }

@@ -210,10 +210,11 @@ Server::Flying Server::launch(size_t index, Purpose purpose, uint64_t ticket, Co
     flight.wait = Time(0);
 
     const Authenticator random = random_.authenticator();
-    if (request.password) {
+    if (code == Code::accessRequest) {
+        // Without any, an empty one: some servers drop a login that has neither.
+        const std::string_view password = request.password ? request.password->reveal() : "";
         AttributeWriter writer;
-        writer.add(attribute::userPassword,
-                   signer_.hidden(request.password->reveal(), random).value());
+        writer.add(attribute::userPassword, signer_.hidden(password, random).value());
         writer.addRaw(request.attributes);
         flight.packet = packetOf(code, id, writer.bytes()).value();
     } else {
