@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "node/isa/radius/client/address.h"
+#include "node/isa/radius/client/retry.h"
 #include "node/isa/radius/packet/packet.h"
 #include "node/isa/radius/packet/text_template.h"
 
@@ -170,6 +171,24 @@ std::vector<RadiusConfig::Server> readServers(Section& section, const std::strin
     return servers;
 }
 
+// A login whose patience ends at one server never comes to the next.
+void refuseShortPatience(const Section& section, const RadiusConfig& radius) {
+    if (radius.servers.size() < 2) {
+        return;
+    }
+    for (const RadiusConfig::Server& server : radius.servers) {
+        const auto givenUp = std::chrono::duration_cast<Milliseconds>(
+            radius::retryTotal({server.firstWait, server.longestWait, server.tries}));
+        if (radius.patience <= givenUp) {
+            section.fail("patience-ms", "must be longer than the " +
+                                            std::to_string(givenUp.count()) +
+                                            " ms after which server \"" + server.name +
+                                            "\" is given up, or no other is asked in time; is " +
+                                            std::to_string(radius.patience.count()));
+        }
+    }
+}
+
 RadiusConfig::Accounting readAccounting(Section section) {
     RadiusConfig::Accounting accounting;
     accounting.on = true;
@@ -228,6 +247,7 @@ RadiusConfig readRadius(Section section, const std::string& directory) {
     radius.pacedBurst =
         static_cast<uint32_t>(section.integer("paced-burst", 1, 100'000, radius.pacedBurst));
     radius.servers = readServers(section, directory);
+    refuseShortPatience(section, radius);
     if (std::optional<Section> accounting = section.section("accounting")) {
         radius.accounting = readAccounting(std::move(*accounting));
     }

@@ -27,7 +27,7 @@ std::string noteOf(const radius::ServerCounters& counters) {
     if (counters.dropped(Drop::noMessageAuthenticator) != 0) {
         return "its answers lack Message-Authenticator";
     }
-    if (counters.dropped(Drop::badAuthenticator) != 0) {
+    if (counters.unprovenInARow != 0) {
         return "answers that do not prove the secret";
     }
     return "";

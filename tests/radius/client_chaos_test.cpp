@@ -24,7 +24,8 @@ public:
         ClientSettings settings;
         settings.order = seed % 2 ? Order::listed : Order::weighted;
         settings.seed = seed + 1;
-        settings.patience = seed % 3 ? Time(40'000'000) : Time(0);
+        const Time patiences[] = {Time(0), Time(40'000'000), Time(4'000'000)};
+        settings.patience = patiences[seed % 3];
         for (int i = 0; i < 3; ++i) {
             const std::string name = "server" + std::to_string(i);
             servers_.push_back(std::make_unique<ScriptedServer>(reactor_, name, "secret" + name));
@@ -34,6 +35,8 @@ public:
             one.window = 1 + below(40);
             one.weight = 1 + below(5);
             one.statusServer = below(3) != 0;
+            one.retry.tries = 1 + below(3);
+            one.probeInterval = Time(500'000 + below(5'000'000));
             settings.servers.push_back(one);
             server.onRequest = [this, &server](const ScriptedServer::Sent& sent) {
                 arrived(server, sent);
@@ -56,10 +59,14 @@ public:
             reactor_.advance(Time(below(700'000)));
             check();
         }
+        // One that can be reached must be enough, wherever it stands in the list.
+        const size_t reachable = below(3);
         for (size_t i = 0; i < servers_.size(); ++i) {
             moods_[i] = {};
             servers_[i]->answersProbes = true;
-            servers_[i]->refusesChannels = false;
+            servers_[i]->probeDelay = Time(0);
+            servers_[i]->refusesChannels = servers_[i]->refusesChannels && i != reachable;
+            servers_[i]->throwsChannels = servers_[i]->throwsChannels && i != reachable;
         }
         for (int i = 0; i < 600 && client_->outstanding() > 0; ++i) {
             reactor_.advance(Time(1'000'000));
@@ -122,7 +129,9 @@ private:
         mood.lossPercent = below(60);
         mood.delay = Time(below(4'000'000));
         servers_[index]->answersProbes = !mood.dead;
+        servers_[index]->probeDelay = Time(below(2) * below(6'000'000));
         servers_[index]->refusesChannels = below(6) == 0;
+        servers_[index]->throwsChannels = below(10) == 0;
         if (below(3) == 0 && servers_[index]->channelsMade() > 0) {
             const auto made = static_cast<unsigned>(servers_[index]->channelsMade());
             servers_[index]->breakChannel(below(made));

@@ -333,6 +333,35 @@ TEST_F(ClientServer, AnswerToAProbeOfLongAgoSaysNothing) {
     EXPECT_EQ(1U, dropped(0, Drop::late));
 }
 
+// The probe was sent before the login, so only some seeds let the login end first.
+TEST_F(ClientServer, ServerThatAnAnswerOfAnEarlierProbeBroughtBackMayDieAgain) {
+    for (uint64_t seed = 1; seed <= 20; ++seed) {
+        SCOPED_TRACE(seed);
+        first_.probes.clear();
+        start(
+            [seed](ClientSettings& settings) {
+                settings.seed = seed;
+                settings.servers[0].retry.tries = 1;
+                settings.servers[0].probeInterval = second;
+            },
+            1);
+        killFirst();
+        while (first_.probes.size() < 2) {
+            reactor_.advance(Time(1000));
+        }
+        first_.answer(first_.probes[0], Code::accessAccept);
+        ASSERT_EQ(ServerState::alive, status(0).state);
+        reactor_.advance(Time(1));
+        login();
+        reactor_.advance(Time(1'200'000));
+        EXPECT_EQ(ServerState::dead, status(0).state);
+        EXPECT_EQ(2U, status(0).counters.deaths);
+        EXPECT_EQ(0U, status(0).inFlight);
+        const ServerCounters c = status(0).counters;
+        EXPECT_EQ(c.requests, c.timeouts + c.handedBack + c.withdrawn);
+    }
+}
+
 TEST_F(ClientServer, SecondAnswerIsADuplicate) {
     start();
     const auto ticket = login();
@@ -368,7 +397,32 @@ TEST_F(ClientServer, AnswerToAnEarlierUseOfAnIdentifierIsNotTaken) {
     ASSERT_EQ(old.view().id(), first_.requests.back().view().id());
     first_.answer(old, Code::accessAccept);
     EXPECT_EQ("none", outcomeOf(ticket));
+    EXPECT_EQ(1U, dropped(0, Drop::late)) << "it proves the secret all the same";
+    EXPECT_EQ(0U, dropped(0, Drop::badAuthenticator));
+    Buffer changed = first_.answerTo(old, Code::accessAccept);
+    changed[4] ^= 1;
+    first_.deliver(0, changed);
     EXPECT_EQ(1U, dropped(0, Drop::badAuthenticator));
+}
+
+TEST_F(ClientServer, AnswersThatProveNoSecretAreCountedUntilOneDoes) {
+    start();
+    const auto unproven = [this] { return status(0).counters.unprovenInARow; };
+    login();
+    login();
+    const Buffer good = first_.answerTo(first_.requests[0], Code::accessAccept);
+    const Buffer foreign = second_.answerTo(first_.requests[0], Code::accessAccept);
+    first_.deliver(0, foreign);
+    first_.deliver(0, foreign);
+    first_.deliver(0, Buffer(good.begin(), good.begin() + 30));
+    EXPECT_EQ(2U, unproven());
+    first_.deliver(0, good);
+    EXPECT_EQ(0U, unproven());
+    first_.deliver(0, foreign);
+    EXPECT_EQ(1U, unproven());
+    first_.deliver(0, good);
+    EXPECT_EQ(0U, unproven()) << "a duplicate proves the secret too";
+    EXPECT_EQ(3U, dropped(0, Drop::badAuthenticator));
 }
 
 // Channels.

@@ -83,6 +83,114 @@ TEST_F(RadiusClient, DeadFirstServerCostsOneWaitAndNoMore) {
     }
 }
 
+TEST_F(RadiusClient, ListedServerWithoutAChannelIsDeadAndTheNextIsAsked) {
+    start();
+    answersAtOnce(second_);
+    first_.refusesChannels = true;
+    std::vector<std::string> told;
+    client_->onServerChange([&](const std::string& name, ServerState) { told.push_back(name); });
+    const auto ticket = login();
+    EXPECT_TRUE(told.empty()) << "told from inside submit";
+    reactor_.settle();
+    EXPECT_EQ("accepted by second", outcomeOf(ticket));
+    EXPECT_EQ(std::vector<std::string>{"first"}, told);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    EXPECT_EQ(1U, status(0).counters.deaths);
+}
+
+TEST_F(RadiusClient, ChannelThatTheReactorRefusesIsOneThatCannotBeMade) {
+    start();
+    answersAtOnce(first_);
+    answersAtOnce(second_);
+    first_.throwsChannels = true;
+    const auto ticket = login();
+    reactor_.settle();
+    EXPECT_EQ("accepted by second", outcomeOf(ticket));
+    EXPECT_GE(status(0).counters.lineErrors, 2U) << "of the login and of the first probe";
+    first_.throwsChannels = false;
+    reactor_.advance(6 * second);
+    EXPECT_EQ(ServerState::alive, status(0).state);
+}
+
+TEST_F(RadiusClient, ServerWithoutAChannelComesBackWhenItsProbesGetOne) {
+    start();
+    answersAtOnce(first_);
+    answersAtOnce(second_);
+    first_.refusesChannels = true;
+    login();
+    reactor_.advance(20 * second);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    const uint64_t failures = status(0).counters.lineErrors;
+    EXPECT_GE(failures, 4U);
+    EXPECT_LE(failures, 8U) << "tried more often than it is probed";
+    first_.refusesChannels = false;
+    reactor_.advance(6 * second);
+    EXPECT_EQ(ServerState::alive, status(0).state);
+    const auto after = login();
+    reactor_.settle();
+    EXPECT_EQ("accepted by first", outcomeOf(after));
+}
+
+TEST_F(RadiusClient, RequestWithoutPatienceIsSentOnceTheOnlyServerHasAChannel) {
+    for (const bool statusServer : {true, false}) {
+        start(
+            [statusServer](ClientSettings& settings) {
+                settings.servers[0].statusServer = statusServer;
+                settings.patience = Time(0);
+            },
+            1);
+        answersAtOnce(first_);
+        first_.refusesChannels = true;
+        first_.onRequest = [this](const ScriptedServer::Sent& sent) {
+            first_.answer(sent, Code::accountingResponse);
+        };
+        int answered = 0;
+        Request request = requestOf("a");
+        request.kind = Request::Kind::accounting;
+        client_->submit(request, [&](const Answer&) { ++answered; });
+        reactor_.advance(100 * second);
+        EXPECT_EQ(0, answered);
+        first_.refusesChannels = false;
+        reactor_.advance(40 * second);
+        EXPECT_EQ(1, answered) << statusServer;
+    }
+}
+
+TEST_F(RadiusClient, ChannelThatCannotBeMadeHarmsNoServerThatHasAnother) {
+    start([](ClientSettings& settings) { settings.servers[0].window = 300; });
+    login();
+    first_.refusesChannels = true;
+    for (int i = 0; i < 299; ++i) {
+        login();
+    }
+    reactor_.settle();
+    EXPECT_EQ(ServerState::alive, status(0).state);
+    EXPECT_EQ(256U, status(0).inFlight);
+    EXPECT_EQ(0U, second_.requests.size());
+    first_.acceptAll();
+    EXPECT_EQ(300U, status(0).counters.accepts);
+}
+
+TEST_F(RadiusClient, ChannelOfTheSameMomentSavesAServer) {
+    start();
+    first_.refusesChannels = true;
+    login();
+    first_.refusesChannels = false;
+    login();
+    reactor_.settle();
+    EXPECT_EQ(ServerState::alive, status(0).state);
+    EXPECT_EQ(2U, first_.requests.size());
+}
+
+TEST_F(RadiusClient, WeightedServerWithoutAChannelIsDeadToo) {
+    start([](ClientSettings& settings) { settings.order = Order::weighted; });
+    first_.refusesChannels = true;
+    login();
+    EXPECT_EQ(1U, second_.requests.size());
+    reactor_.settle();
+    EXPECT_EQ(ServerState::dead, status(0).state);
+}
+
 TEST_F(RadiusClient, PasswordIsHiddenForTheServerThatIsAsked) {
     start();
     Request request = requestOf("a");
@@ -92,6 +200,22 @@ TEST_F(RadiusClient, PasswordIsHiddenForTheServerThatIsAsked) {
     reactor_.advance(12 * second);
     ASSERT_FALSE(second_.requests.empty());
     EXPECT_EQ("a password of more than sixteen bytes", second_.passwordOf(second_.requests[0]));
+}
+
+TEST_F(RadiusClient, LoginWithoutAPasswordCarriesAnEmptyOneAndNothingElseDoes) {
+    start({}, 1);
+    login();
+    Request accounting = requestOf("a");
+    accounting.kind = Request::Kind::accounting;
+    client_->submit(accounting, {});
+    const auto hidden = first_.requests[0].view().all(attribute::userPassword);
+    ASSERT_EQ(1U, hidden.size());
+    EXPECT_EQ(16U, hidden[0].size());
+    EXPECT_EQ("", first_.passwordOf(first_.requests[0]));
+    EXPECT_NE(Buffer(16, 0), Buffer(hidden[0].begin(), hidden[0].end())) << "it is not hidden";
+    EXPECT_FALSE(first_.requests[1].view().first(attribute::userPassword));
+    killFirst();
+    EXPECT_FALSE(first_.probes[0].view().first(attribute::userPassword));
 }
 
 // Patience.
@@ -119,6 +243,101 @@ TEST_F(RadiusClient, AnswerAfterPatienceEndedIsLate) {
     EXPECT_EQ(1U, answers(ticket));
     EXPECT_EQ(1U, dropped(0, Drop::late));
     EXPECT_EQ(1U, status(0).counters.withdrawn);
+}
+
+TEST_F(RadiusClient, PatienceThatEndsBeforeTheLastTryFindsASilentServerDead) {
+    for (const bool reliable : {false, true}) {
+        first_.reliable = reliable;
+        start([](ClientSettings& settings) { settings.patience = 5 * second; });
+        answersAtOnce(second_);
+        const auto ticket = login();
+        reactor_.advance(4 * second);
+        const auto younger = login();
+        reactor_.advance(Time(999'999));
+        EXPECT_EQ(ServerState::alive, status(0).state);
+        EXPECT_EQ("none", outcomeOf(younger));
+        reactor_.advance(Time(1));
+        EXPECT_EQ("unanswered", outcomeOf(ticket));
+        EXPECT_EQ(ServerState::dead, status(0).state);
+        EXPECT_EQ("accepted by second", outcomeOf(younger));
+        EXPECT_EQ(1U, status(0).counters.withdrawn);
+        EXPECT_EQ(1U, status(0).counters.handedBack);
+        const auto next = login();
+        reactor_.settle();
+        EXPECT_EQ("accepted by second", outcomeOf(next));
+        EXPECT_EQ(1U, status(0).counters.probes);
+        seen_.clear();
+    }
+}
+
+TEST_F(RadiusClient, CancellingWhatWasLeftUnansweredFindsTheServerDeadSoonAfter) {
+    start();
+    bool told = false;
+    client_->onServerChange([&](const std::string&, ServerState) { told = true; });
+    const auto ticket = login();
+    reactor_.advance(Time(1'200'000));
+    client_->cancel(ticket);
+    EXPECT_FALSE(told) << "told from inside cancel";
+    reactor_.settle();
+    EXPECT_TRUE(told);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+}
+
+TEST_F(RadiusClient, CancellingWithinTheFirstWaitSaysNothingOfTheServer) {
+    for (const bool reliable : {false, true}) {
+        first_.reliable = reliable;
+        start();
+        for (int i = 0; i < 20; ++i) {
+            const auto ticket = login();
+            reactor_.advance(Time(890'000));
+            client_->cancel(ticket);
+            reactor_.settle();
+            EXPECT_EQ(ServerState::alive, status(0).state);
+        }
+        EXPECT_EQ(0U, status(0).counters.deaths);
+    }
+}
+
+TEST_F(RadiusClient, PatienceThatEndsHarmsNoServerThatAnsweredOthers) {
+    start([](ClientSettings& settings) { settings.patience = 5 * second; });
+    const auto lost = login("lost");
+    reactor_.advance(4 * second);
+    login();
+    first_.answer(ScriptedServer::Sent(first_.requests.back()), Code::accessReject);
+    reactor_.advance(2 * second);
+    EXPECT_EQ("unanswered", outcomeOf(lost));
+    EXPECT_EQ(ServerState::alive, status(0).state);
+}
+
+TEST_F(RadiusClient, AnswerOfTheSameMomentSavesAServer) {
+    start();
+    const auto cancelled = login();
+    login();
+    reactor_.advance(2 * second);
+    client_->cancel(cancelled);
+    first_.answer(ScriptedServer::Sent(first_.requests[1]), Code::accessReject);
+    reactor_.settle();
+    EXPECT_EQ(ServerState::alive, status(0).state);
+}
+
+TEST_F(RadiusClient, TrialThatPatienceEndsIsAnotherDeath) {
+    start(
+        [](ClientSettings& settings) {
+            settings.servers[0].statusServer = false;
+            settings.patience = 3 * second;
+        },
+        1);
+    login();
+    reactor_.advance(4 * second);
+    ASSERT_EQ(ServerState::dead, status(0).state);
+    for (int i = 0; i < 400 && status(0).state == ServerState::dead; ++i) {
+        reactor_.advance(second / 10);
+    }
+    ASSERT_EQ(ServerState::trial, status(0).state);
+    login();
+    reactor_.advance(4 * second);
+    EXPECT_EQ(ServerState::dead, status(0).state);
+    EXPECT_EQ(2U, status(0).counters.deaths);
 }
 
 TEST_F(RadiusClient, WithoutEndOfPatienceALoginOutlastsAnyOutage) {
@@ -163,21 +382,26 @@ TEST_F(RadiusClient, WhatCannotBeSentIsRefused) {
         settings.servers[0].window = 1;
     });
     Request request;
-    request.attributes = Buffer(4058, 0);
+    request.attributes = Buffer(4040, 0);  // beside an empty password of 18 bytes
     for (size_t i = 0; i < request.attributes.size(); i += 2) {
         request.attributes[i] = 1;
         request.attributes[i + 1] = 2;
     }
     EXPECT_NE(0U, client_->submit(request, {}));
+    request.attributes.insert(request.attributes.end(), {1, 2});
+    EXPECT_EQ(0U, client_->submit(request, {}));
+    request.kind = Request::Kind::accounting;
+    EXPECT_NE(0U, client_->submit(request, {}));
+    request.kind = Request::Kind::login;
+    request.attributes.resize(4038);
     request.password = Secret("password");
     EXPECT_EQ(0U, client_->submit(request, {}));
     request = requestOf("a");
     request.password = Secret(std::string(129, 'p'));
     EXPECT_EQ(0U, client_->submit(request, {}));
     EXPECT_NE(0U, login());
-    EXPECT_NE(0U, login());
     EXPECT_EQ(0U, login()) << "the queue is full";
-    EXPECT_EQ(3U, client_->counters().refused);
+    EXPECT_EQ(4U, client_->counters().refused);
 }
 
 TEST_F(RadiusClient, DoneMaySubmitTheNext) {

@@ -12,10 +12,14 @@ using radius_test::rawPacket;
 constexpr uint8_t disconnect = 40;
 constexpr uint8_t change = 43;
 
-DynamicReading read(uint8_t code, const char* hex) {
+LoginFormat formatOf() {
     LoginFormat format;
     format.nasIdentifier = "nas";
     format.profiles = {9999, 1};
+    return format;
+}
+
+DynamicReading read(uint8_t code, const char* hex, const LoginFormat& format = formatOf()) {
     const Buffer packet = rawPacket(code, 0, hex);
     return readDynamicRequest(*PacketView::parse(packet), format);
 }
@@ -65,6 +69,8 @@ TEST(DynamicRequest, BadRequestsAreRefusedWithTheirCause) {
          ErrorCause::unsupportedAttribute},
         {"a change in a disconnect", disconnect, "0103 61 1b06 0000003c",
          ErrorCause::unsupportedAttribute},
+        {"another node behind this one", disconnect, "0103 61 2005 6e6173 2005 6e6174",
+         ErrorCause::nasIdentificationMismatch},
         {"two user names", disconnect, "0103 61 0103 62", ErrorCause::invalidRequest},
         {"two ports", disconnect, "0506 00000001 0506 00000002", ErrorCause::invalidRequest},
         {"a port of three bytes", disconnect, "0505 000001", ErrorCause::invalidAttributeValue},
@@ -77,6 +83,52 @@ TEST(DynamicRequest, BadRequestsAreRefusedWithTheirCause) {
         const DynamicReading reading = read(row.code, row.hex);
         EXPECT_FALSE(reading.request);
         EXPECT_EQ(row.cause, reading.error);
+    }
+}
+
+// 192.0.2.7 and 2001:db8::7.
+constexpr const char* four = "0103 61 0406 c0000207";
+constexpr const char* six = "0103 61 5f12 20010db8000000000000000000000007";
+
+TEST(DynamicRequest, ConfiguredAddressOfTheNodeIsCompared) {
+    LoginFormat format = formatOf();
+    format.nasIpAddress = radius_test::fromHex("c0000207");
+    format.nasIpv6Address = radius_test::fromHex("20010db8000000000000000000000007");
+    for (const uint8_t code : {disconnect, change}) {
+        EXPECT_TRUE(read(code, four, format).request);
+        EXPECT_TRUE(read(code, six, format).request);
+        for (const char* other :
+             {"0103 61 0406 c0000208", "0103 61 5f12 20010db8000000000000000000000008",
+              "0103 61 0406 c0000207 0406 c0000208", "0103 61 2005 6e6173 0406 c0000208"}) {
+            const DynamicReading reading = read(code, other, format);
+            EXPECT_FALSE(reading.request) << other;
+            EXPECT_EQ(ErrorCause::nasIdentificationMismatch, reading.error) << other;
+        }
+    }
+}
+
+TEST(DynamicRequest, AddressOfTheNodeThatIsNotConfiguredIsNotLookedAt) {
+    LoginFormat format = formatOf();
+    EXPECT_TRUE(read(disconnect, four, format).request);
+    EXPECT_TRUE(read(change, six, format).request);
+    format.nasIpAddress = radius_test::fromHex("c0000208");
+    EXPECT_TRUE(read(disconnect, six, format).request) << "it is of the other kind";
+    EXPECT_EQ(ErrorCause::missingAttribute, read(disconnect, "0406 c0000208", format).error)
+        << "an address of the node names no login";
+}
+
+TEST(DynamicRequest, AddressOfTheNodeHasItsLength) {
+    for (const char* bad : {"0103 61 0405 c00002", "0103 61 5f06 c0000207"}) {
+        const DynamicReading reading = read(disconnect, bad);
+        EXPECT_FALSE(reading.request) << bad;
+        EXPECT_EQ(ErrorCause::invalidAttributeValue, reading.error) << bad;
+    }
+}
+
+TEST(DynamicRequest, ReasonsOfADisconnectAreAllowedAndThoseOfAChangeAreNot) {
+    for (const char* reason : {"0103 61 1204 6f6b", "0103 61 3106 00000006"}) {
+        EXPECT_TRUE(read(disconnect, reason).request) << reason;
+        EXPECT_EQ(ErrorCause::unsupportedAttribute, read(change, reason).error) << reason;
     }
 }
 

@@ -60,6 +60,23 @@ TEST(TextTemplate, UnknownMacAndAddressAreEmpty) {
     EXPECT_EQ("[][]", TextTemplate::parse("[{mac}][{address}]")->fill(Line(), ""));
 }
 
+TEST(Login, CarriesTheAddressesOfTheNodeThatAreConfigured) {
+    LoginFormat format;
+    const auto carried = [&format](AttributeName name) {
+        const Buffer packet =
+            *packetOf(Code::accessRequest, 0, *loginAttributes(wholeLine(), format));
+        const auto value = viewOf(packet).first(name);
+        return value ? toHex(*value) : "none";
+    };
+    EXPECT_EQ("none", carried(attribute::nasIpAddress));
+    EXPECT_EQ("none", carried(attribute::nasIpv6Address));
+    format.nasIpAddress = fromHex("c0000207");
+    EXPECT_EQ("c0000207", carried({0, 4}));
+    EXPECT_EQ("none", carried(attribute::nasIpv6Address));
+    format.nasIpv6Address = fromHex("20010db8000000000000000000000007");
+    EXPECT_EQ("20010db8000000000000000000000007", carried({0, 95}));
+}
+
 TEST(Login, CarriesWhatIsKnownOfTheLine) {
     LoginFormat format;
     format.nasIdentifier = "nas7";

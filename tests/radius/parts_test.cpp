@@ -192,6 +192,17 @@ TEST(SocketAddress, GoodAddressesAreRead) {
     EXPECT_FALSE(six->sameHost(*four));
 }
 
+TEST(SocketAddress, Ipv4WrittenAsIpv6IsTheSameHost) {
+    const auto four = *SocketAddress::parse("192.0.2.1", 0);
+    const auto mapped = *SocketAddress::parse("::ffff:192.0.2.1", 7);
+    EXPECT_TRUE(four.sameHost(mapped));
+    EXPECT_TRUE(mapped.sameHost(four));
+    EXPECT_TRUE(mapped.sameHost(mapped));
+    EXPECT_FALSE(mapped.sameHost(*SocketAddress::parse("192.0.2.2", 0)));
+    EXPECT_FALSE(mapped.sameHost(*SocketAddress::parse("::ffff:192.0.2.2", 0)));
+    EXPECT_FALSE(four.sameHost(*SocketAddress::parse("::192.0.2.1", 0)));
+}
+
 TEST(SocketAddress, BadAddressesAreRefused) {
     for (const char* text : {"", "localhost", "127.0.0", "127.0.0.1 ", "127.0.0.256", "1.2.3.4:5",
                              "[::1]", "::1%lo", ":::"}) {

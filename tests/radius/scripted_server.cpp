@@ -1,7 +1,9 @@
 #include "tests/radius/scripted_server.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <stdexcept>
+#include <system_error>
 
 namespace radius_test {
 
@@ -33,6 +35,9 @@ ServerSettings ScriptedServer::settings() {
     settings.name = name_;
     settings.secret = secret_;
     settings.makeChannel = [this](Channel::Events events) -> std::unique_ptr<Channel> {
+        if (throwsChannels) {
+            throw std::system_error(ENOSPC, std::generic_category(), "epoll_ctl");
+        }
         if (refusesChannels) {
             return nullptr;
         }
@@ -52,7 +57,8 @@ void ScriptedServer::arrived(size_t channel, Bytes packet) {
     if (sent.view().code() == Code::statusServer) {
         probes.push_back(sent);
         if (answersProbes) {
-            reactor_.at(reactor_.now(), [this, sent] { answer(sent, Code::accessAccept); });
+            reactor_.at(reactor_.now() + probeDelay,
+                        [this, sent] { answer(sent, Code::accessAccept); });
         }
         return;
     }

@@ -31,7 +31,9 @@ public:
 
     bool reliable = false;  // of channels made from now on
     bool refusesChannels = false;
-    bool answersProbes = false;  // accept by itself, at once
+    bool throwsChannels = false;  // refuses them by an exception
+    bool answersProbes = false;   // accept by itself
+    node::Time probeDelay{0};     // after which that answer comes
     // When set, called from a timer for every request, a retransmission included.
     std::function<void(const Sent&)> onRequest;
 

@@ -72,6 +72,25 @@ TEST_F(Radius, WrongPasswordIsRejected) {
     EXPECT_EQ(Outcome::rejected, outcome);
 }
 
+TEST_F(Radius, ServerReadsAnEmptyPasswordWhereThereIsNone) {
+    FreeRadius::Options options;
+    options.authorize =
+        "if (&User-Password && \"%{User-Password}\" == \"\") {\n"
+        "update control {\nAuth-Type := Accept\n}\n}";
+    start({to(server(options).port())});
+    std::vector<Outcome> outcomes;
+    for (const bool some : {false, true}) {
+        Request request = requestOf("stranger");
+        request.password.reset();
+        if (some) {
+            request.password = Secret("some");
+        }
+        client_->submit(request, [&](const Answer& answer) { outcomes.push_back(answer.outcome); });
+        ASSERT_TRUE(settle());
+    }
+    EXPECT_EQ((std::vector<Outcome>{Outcome::accepted, Outcome::rejected}), outcomes);
+}
+
 TEST_F(Radius, WrongSecretAcceptsNobody) {
     start({to(server().port(), "first", "another-secret")},
           [](ClientSettings& settings) { settings.patience = Time(2'000'000); });

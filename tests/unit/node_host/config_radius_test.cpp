@@ -90,7 +90,7 @@ vendor-class-attribute = "3561:5"
 client-id-attribute = 61
 profile-attribute = "9999:1"
 on-failure = "keep"
-patience-ms = 2000
+patience-ms = 8000
 ask-again-ms = 100
 paced-rate = 0
 paced-burst = 5
@@ -129,6 +129,7 @@ address = "2001:db8::2"
 )"))
                                      .radius;
     EXPECT_TRUE(radius.weighted);
+    EXPECT_EQ(8s, radius.patience);
     EXPECT_EQ("3561:5", radius.vendorClassAttribute);
     EXPECT_EQ("61", radius.clientIdAttribute);
     EXPECT_EQ("9999:1", radius.profileAttribute);
@@ -205,6 +206,22 @@ TEST(ConfigRadius, MistakesAreNamedWithLineAndKey) {
         EXPECT_THAT(errorOf(bad.text), HasSubstr(bad.what)) << bad.text;
         EXPECT_THAT(errorOf(bad.text), StartsWith("node.toml:")) << bad.text;
     }
+}
+
+TEST(ConfigRadius, PatienceOutlastsEachOfSeveralServers) {
+    const std::string second = "[[radius.server]]\nname = \"second\"\naddress = \"192.0.2.2\"\n";
+    EXPECT_EQ("no error", errorOf(file("patience-ms = 7001", "", second)));
+    EXPECT_EQ(
+        "node.toml:8: radius.patience-ms: must be longer than the 7000 ms after which server "
+        "\"first\" is given up, or no other is asked in time; is 7000",
+        errorOf(file("patience-ms = 7000", "", second)));
+    EXPECT_EQ("no error", errorOf(file("patience-ms = 3600", "first-wait-ms = 500",
+                                       second + "first-wait-ms = 500\n")));
+    EXPECT_THAT(errorOf(file("patience-ms = 3600", "first-wait-ms = 500", second)),
+                HasSubstr("7000 ms after which server \"second\""));
+    EXPECT_THAT(errorOf(file("", "tries = 10", second)),
+                HasSubstr("node.toml:5: radius.patience-ms: must be longer than the 63000 ms"));
+    EXPECT_EQ("no error", errorOf(file("patience-ms = 100"))) << "there is no other";
 }
 
 TEST(ConfigRadius, AddressesAreDigits) {

@@ -68,6 +68,8 @@ TEST(ServerView, NoteSaysWhatToLookAtFirst) {
     EXPECT_EQ("accounting", serverView(server).role);
     EXPECT_EQ("tls", serverView(server).transport);
     server.counters.drops[static_cast<size_t>(Drop::badAuthenticator)] = 1;
+    EXPECT_EQ("", serverView(server).note) << "a good answer came since";
+    server.counters.unprovenInARow = 1;
     EXPECT_EQ("answers that do not prove the secret", serverView(server).note);
     server.counters.drops[static_cast<size_t>(Drop::noMessageAuthenticator)] = 1;
     EXPECT_EQ("its answers lack Message-Authenticator", serverView(server).note);

@@ -16,6 +16,17 @@ const sockaddr_in6& v6(const SocketAddress& address) {
     return *reinterpret_cast<const sockaddr_in6*>(&address.storage);
 }
 
+// IPv4 as a socket of IPv6 shows it: "::ffff:192.0.2.1".
+in6_addr asIpv6(const SocketAddress& address) {
+    if (address.family() == AF_INET6) {
+        return v6(address).sin6_addr;
+    }
+    in6_addr mapped{};
+    mapped.s6_addr[10] = mapped.s6_addr[11] = 0xff;
+    memcpy(mapped.s6_addr + 12, &v4(address).sin_addr, sizeof(in_addr));
+    return mapped;
+}
+
 }  // namespace
 
 uint16_t SocketAddress::port() const {
@@ -23,13 +34,9 @@ uint16_t SocketAddress::port() const {
 }
 
 bool SocketAddress::sameHost(const SocketAddress& other) const {
-    if (family() != other.family()) {
-        return false;
-    }
-    if (family() == AF_INET6) {
-        return memcmp(&v6(*this).sin6_addr, &v6(other).sin6_addr, sizeof(in6_addr)) == 0;
-    }
-    return v4(*this).sin_addr.s_addr == v4(other).sin_addr.s_addr;
+    const in6_addr own = asIpv6(*this);
+    const in6_addr others = asIpv6(other);
+    return memcmp(&own, &others, sizeof own) == 0;
 }
 
 std::optional<SocketAddress> SocketAddress::parse(const std::string& address, uint16_t port) {

@@ -19,7 +19,8 @@ struct SocketAddress {
     int family() const { return storage.ss_family; }
     uint16_t port() const;
 
-    bool sameHost(const SocketAddress& other) const;  // the address without the port
+    // The address without the port; IPv4 written as IPv6 is the same.
+    bool sameHost(const SocketAddress& other) const;
 
     // An IPv4 or IPv6 address in digits; empty when it is none.
     static std::optional<SocketAddress> parse(const std::string& address, uint16_t port);

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 
 #include "node/isa/radius/client/channel.h"
 #include "node/time.h"
@@ -21,6 +22,7 @@ struct Flight {
     unsigned tries = 0;
     uint64_t ticket = 0;
     Authenticator authenticator{};
+    std::optional<Authenticator> earlier;  // of the request before under this identifier
     Buffer packet;
     Time firstSent{0};
     Time wait{0};  // the last one, before the next sending

@@ -23,7 +23,7 @@ public:
     virtual bool reliable() const = 0;    // what gets lost breaks the channel
 };
 
-// Null when it cannot be made now.
+// Null when it cannot be made now, or std::system_error when the reactor cannot watch it.
 using MakeChannel = std::function<std::unique_ptr<Channel>(Channel::Events)>;
 
 }  // namespace node::radius

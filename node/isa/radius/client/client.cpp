@@ -7,9 +7,10 @@
 // A request that one server did not answer goes to the next one, and after the last starts again
 // with the first, until patience ends. What is handed over keeps its place before younger
 // requests. With Order::listed the first living server gets everything, also when its window is
-// full: the second is for its failure, not for its load. With Order::weighted the servers take
-// turns in proportion to their weights (each round every server is credited its weight, the
-// richest takes the request and pays the sum of all).
+// full: the second is for its failure, not for its load. One that cannot be reached is not ready
+// for a moment and then dead. With Order::weighted the servers take turns in proportion to their
+// weights (each round every server is credited its weight, the richest takes the request and pays
+// the sum of all).
 // Tested by tests/radius/client_test.cpp and, against a real server, scenario tests.
 #include "node/isa/radius/client/client.h"
 
@@ -22,6 +23,7 @@ namespace {
 constexpr size_t mostServers = 32;
 constexpr size_t longestPassword = 128;
 constexpr size_t messageAuthenticatorSize = 18;
+constexpr size_t emptyPasswordSize = 2 + 16;
 constexpr size_t passwordSize = 2 + longestPassword;
 constexpr size_t mostSkipped = 32;
 
@@ -46,8 +48,10 @@ void check(const ClientSettings& settings) {
 }
 
 bool fits(const Request& request) {
-    const size_t most = longestPacket - headerSize - messageAuthenticatorSize -
-                        (request.password ? passwordSize : 0);
+    const size_t password = request.kind != Request::Kind::login ? 0
+                            : request.password                   ? passwordSize
+                                                                 : emptyPasswordSize;
+    const size_t most = longestPacket - headerSize - messageAuthenticatorSize - password;
     return request.attributes.size() <= most &&
            (!request.password || request.password->reveal().size() <= longestPassword);
 }

@@ -17,7 +17,7 @@ enum class Drop {
     noMessageAuthenticator,
     badMessageAuthenticator,
     wrongCode,  // proven, but no answer to such a request
-    late,       // proven, but its request was given up
+    late,       // proven, but its request was given up, or its identifier is used again
     duplicate,  // proven, but its request has been answered
 };
 constexpr size_t dropReasons = 8;
@@ -41,7 +41,8 @@ struct ServerCounters {
     uint64_t returns = 0;
     uint64_t lineErrors = 0;  // sockets that could not be made or refused to send or receive
     std::array<uint64_t, dropReasons> drops{};
-    Histogram roundTrip;  // from the first sending to the answer
+    uint64_t unprovenInARow = 0;  // bad authenticators since an answer proved the secret
+    Histogram roundTrip;          // from the first sending to the answer
 
     uint64_t dropped(Drop reason) const { return drops[static_cast<size_t>(reason)]; }
 };

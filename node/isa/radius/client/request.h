@@ -16,7 +16,7 @@ struct Request {
 
     Kind kind = Kind::login;
     Buffer attributes;               // of login.h
-    std::optional<Secret> password;  // at most 128 bytes
+    std::optional<Secret> password;  // of a login, at most 128 bytes; none: an empty one is sent
     bool replay = false;             // not asked for by a subscriber just now: paced
 };
 

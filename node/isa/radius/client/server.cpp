@@ -1,26 +1,31 @@
 // Life and death. A server is dead when a request was given up and no proven answer has come
 // since that request was first sent: loss alone, however bad, does not kill a server that
-// answers others. On death everything under way is handed back at once. A dead server is asked
-// by Status-Server, first immediately, then at intervals; one proven answer brings it back. A
-// server that dies again without having answered a request needs twice as many answers the next
-// time, up to eight, so that one that answers only Status-Server does not swallow logins again
-// and again. Where Status-Server is not understood, one request is tried after a rest.
+// answers others. A request that is withdrawn after its first wait is as much of a silence;
+// otherwise a patience shorter than all tries would never find a server dead. So is a server dead
+// that has no channel and to which none can be made: there is no route, or not yet the address to
+// send from. On death everything under way is handed back at once. A dead server is asked by
+// Status-Server, first immediately, then at intervals; one proven answer brings it back. A server
+// that dies again without having answered a request needs twice as many answers the next time, up
+// to eight, so that one that answers only Status-Server does not swallow logins again and again.
+// Where Status-Server is not understood, one request is tried after a rest.
 //
 // Answers. The identifier leads to the last request sent under it, which says with whose
-// authenticator the answer must be proven. Only a proven answer counts as late or as a
-// duplicate; whatever is not proven is dropped and the request goes on waiting, so a forger can
-// neither accept nor refuse a login. A retransmission is the same packet from the same socket,
-// which servers recognise; another server, or another round, gets a new packet.
+// authenticator the answer must be proven; one that proves the request before that is late, too.
+// Only a proven answer counts as late or as a duplicate; whatever is not proven is dropped and the
+// request goes on waiting, so a forger can neither accept nor refuse a login. A retransmission is
+// the same packet from the same socket, which servers recognise; another server, or another round,
+// gets a new packet.
 //
 // On a reliable channel nothing is sent twice: a request there waits as long as all tries would
 // take. If such a channel breaks with requests under way the server counts as dead; the probe
 // that follows makes a new connection. So it does when the server died of silence, or a probe was
 // not answered: the other side may be gone without a word, and a connection would notice only
 // after minutes.
-// Tested by tests/radius/client_server_test.cpp.
+// Tested by tests/radius/client_server_test.cpp and client_test.cpp.
 #include "node/isa/radius/client/server.h"
 
 #include <algorithm>
+#include <system_error>
 
 namespace node::radius {
 
@@ -65,6 +70,7 @@ Server::Server(Reactor& reactor, Random& random, const ServerSettings& settings,
       events_(std::move(events)),
       signer_(settings.secret),
       deadlines_(reactor, [this](uint64_t flying) { due(static_cast<Flying>(flying)); }),
+      judgeTimer_(reactor, [this](uint64_t) { judge(); }),
       probeTimer_(reactor, [this](uint64_t) { probe(); }),
       sweepTimer_(reactor, [this](uint64_t) { broken_.clear(); }) {}
 
@@ -104,11 +110,16 @@ std::optional<size_t> Server::grow() {
             channelBroken(index);
         }
     };
-    association->channel = settings_.makeChannel(std::move(events));
+    try {
+        association->channel = settings_.makeChannel(std::move(events));
+    } catch (const std::system_error&) {
+        // None, like one without a route; not worth the end of the node.
+    }
     if (!association->channel) {
         ++counters_.lineErrors;
         return std::nullopt;
     }
+    unreachable_ = false;
     if (gap == associations_.end()) {
         associations_.push_back(std::move(association));
     } else {
@@ -161,7 +172,17 @@ void Server::retireSilent(size_t index) {
 
 bool Server::ready() {
     const size_t window = state_ == ServerState::alive ? settings_.window : 1;
-    return state_ != ServerState::dead && inFlight_ < window && roomIn().has_value();
+    if (state_ == ServerState::dead || inFlight_ >= window) {
+        return false;
+    }
+    if (roomIn()) {
+        return true;
+    }
+    if (channels() == 0) {
+        unreachable_ = true;
+        judgeSoon();
+    }
+    return false;
 }
 
 Server::Flying Server::take(uint64_t ticket, const Request& request) {
@@ -178,6 +199,9 @@ Server::Flying Server::launch(size_t index, Purpose purpose, uint64_t ticket, Co
     const uint8_t id = association.take();
     const auto flying = static_cast<Flying>(index << 8 | id);
     Flight& flight = association.flight(id);
+    if (flight.state != Flight::State::unused) {
+        flight.earlier = flight.authenticator;
+    }
     flight.state = Flight::State::flying;
     flight.purpose = purpose;
     flight.tries = 0;
@@ -186,10 +210,11 @@ Server::Flying Server::launch(size_t index, Purpose purpose, uint64_t ticket, Co
     flight.wait = Time(0);
 
     const Authenticator random = random_.authenticator();
-    if (request.password) {
+    if (code == Code::accessRequest) {
+        // Without any, an empty one: some servers drop a login that has neither.
+        const std::string_view password = request.password ? request.password->reveal() : "";
         AttributeWriter writer;
-        writer.add(attribute::userPassword,
-                   signer_.hidden(request.password->reveal(), random).value());
+        writer.add(attribute::userPassword, signer_.hidden(password, random).value());
         writer.addRaw(request.attributes);
         flight.packet = packetOf(code, id, writer.bytes()).value();
     } else {
@@ -242,8 +267,20 @@ void Server::due(Flying flying) {
 }
 
 void Server::withdraw(Flying flying) {
+    const Flight& flight = flightOf(flying);
     ++counters_.withdrawn;
+    if (lastAnswer_ < flight.firstSent && outlastedFirstWait(flying)) {
+        silentSince_ = flight.firstSent;
+        judgeSoon();
+    }
     abandon(flying);
+}
+
+bool Server::outlastedFirstWait(Flying flying) {
+    const Flight& flight = flightOf(flying);
+    return associations_[indexOf(flying)]->channel->reliable()
+               ? reactor_.now() - flight.firstSent >= retryAfter(settings_.retry, Time(0), 0)
+               : flight.tries > 1;
 }
 
 void Server::abandon(Flying flying) {
@@ -252,6 +289,13 @@ void Server::abandon(Flying flying) {
     flight.state = Flight::State::abandoned;
     associations_[indexOf(flying)]->release(idOf(flying));
     inFlight_ -= flight.purpose == Purpose::probe ? 0 : 1;
+}
+
+void Server::abandonProbe() {
+    if (probeFlying_) {
+        abandon(*probeFlying_);
+        probeFlying_.reset();
+    }
 }
 
 // An answer.
@@ -271,9 +315,16 @@ void Server::received(size_t index, Bytes datagram) {
         flight.purpose == Purpose::accounting ||
         (flight.purpose == Purpose::probe && answer->code() == Code::accountingResponse);
     const Demand demand = ofAccounting ? settings_.accountingDemand : Demand::messageAuthenticator;
-    switch (signer_.proveAnswer(*answer, flight.authenticator, demand)) {
+    const Proof proof = signer_.proveAnswer(*answer, flight.authenticator, demand);
+    const bool ofEarlier = proof == Proof::badAuthenticator && answersEarlier(*answer, flight);
+    if (proof == Proof::badAuthenticator && !ofEarlier) {
+        ++counters_.unprovenInARow;
+        return drop(Drop::badAuthenticator);
+    }
+    counters_.unprovenInARow = 0;
+    switch (proof) {
         case Proof::badAuthenticator:
-            return drop(Drop::badAuthenticator);
+            return drop(Drop::late);
         case Proof::noMessageAuthenticator:
             return drop(Drop::noMessageAuthenticator);
         case Proof::badMessageAuthenticator:
@@ -294,6 +345,11 @@ void Server::received(size_t index, Bytes datagram) {
     }
 }
 
+bool Server::answersEarlier(const PacketView& answer, const Flight& flight) {
+    return flight.earlier && signer_.proveAnswer(answer, *flight.earlier, Demand::ifPresent) !=
+                                 Proof::badAuthenticator;
+}
+
 // A probe is followed by the next one whether it was answered or not. If the server is slower than
 // that, its answer says all the same that it lives; but not for ever, as it may have been held
 // back by somebody.
@@ -304,6 +360,7 @@ bool Server::stillTells(const Flight& flight) const {
 }
 
 void Server::lateProbe(Flight& flight) {
+    abandonProbe();  // which came after it; a server that is back is not probed
     flight.state = Flight::State::answered;
     lastAnswer_ = reactor_.now();
     ++counters_.probeAnswers;
@@ -346,6 +403,21 @@ void Server::count(const PacketView& answer, const Flight& flight) {
 
 // Death and return.
 
+// From a timer, as the client may be calling and must not be called back from inside.
+void Server::judgeSoon() {
+    if (judgeTimer_.size() == 0) {
+        judgeTimer_.add(reactor_.now(), 0);
+    }
+}
+
+void Server::judge() {
+    const bool silent = silentSince_ && lastAnswer_ < *silentSince_;
+    silentSince_.reset();
+    if (state_ != ServerState::dead && (silent || unreachable_)) {
+        die();
+    }
+}
+
 void Server::die() {
     ++counters_.deaths;
     if (!provenSinceReturn_) {
@@ -358,11 +430,12 @@ void Server::die() {
         for (size_t id = 0; associations_[index] && id < Association::identifiers; ++id) {
             const auto flying = static_cast<Flying>(index << 8 | id);
             const Flight& flight = flightOf(flying);
-            if (flight.state == Flight::State::flying) {
+            if (flight.state == Flight::State::flying && flight.purpose != Purpose::probe) {
                 flyings.emplace_back(flight.firstSent, flying);
             }
         }
     }
+    abandonProbe();
     std::sort(flyings.begin(), flyings.end());
     for (const auto& [sent, flying] : flyings) {
         abandon(flying);
@@ -404,10 +477,9 @@ void Server::probe() {
         return;
     }
     if (probeFlying_) {
-        const Flying unanswered = *probeFlying_;
-        abandon(unanswered);
-        probeFlying_.reset();
-        retireSilent(indexOf(unanswered));
+        const size_t silent = indexOf(*probeFlying_);
+        abandonProbe();
+        retireSilent(silent);
     }
     scheduleProbe(settings_.probeInterval);
     if (const std::optional<size_t> index = roomIn()) {

@@ -42,14 +42,17 @@ public:
     size_t inFlight() const { return inFlight_; }
     size_t channels() const;
 
-    // Whether take may be called; makes a channel if one is missing.
+    // Whether take may be called; makes a channel if one is missing. Without any the server dies
+    // soon after, not in the call.
     bool ready();
     Flying take(uint64_t ticket, const Request& request);
-    void withdraw(Flying flying);  // its answer will be late; calls nothing
+    // Its answer will be late. Calls nothing; if it was left unanswered the server may die soon
+    // after.
+    void withdraw(Flying flying);
 
 private:
     void received(size_t index, Bytes datagram);
-    bool acceptable(const PacketView& answer, const Flight& flight, Purpose purpose);
+    bool answersEarlier(const PacketView& answer, const Flight& flight);
     bool stillTells(const Flight& flight) const;
     void lateProbe(Flight& flight);
     void land(size_t index, uint8_t id, const PacketView& answer);
@@ -64,7 +67,11 @@ private:
                   const Request& request);
     void send(size_t index, Flight& flight, Flying flying);
     void due(Flying flying);
+    bool outlastedFirstWait(Flying flying);
     void abandon(Flying flying);
+    void abandonProbe();  // if one is under way
+    void judgeSoon();
+    void judge();
     void die();
     void enter(ServerState state);
     void scheduleProbe(Time after);
@@ -84,12 +91,15 @@ private:
     std::vector<std::unique_ptr<Association>> associations_;  // null: to be made again
     std::vector<std::unique_ptr<Association>> broken_;        // their channel may be calling
     Deadlines deadlines_;
+    Deadlines judgeTimer_;
     Deadlines probeTimer_;
     Deadlines sweepTimer_;
     std::optional<Time> probeDue_;
     ServerState state_ = ServerState::alive;
-    size_t inFlight_ = 0;  // without probes
+    bool unreachable_ = false;  // no channel, nor could one be made
+    size_t inFlight_ = 0;       // without probes
     Time lastAnswer_{-1};
+    std::optional<Time> silentSince_;  // when a request was first sent that was left unanswered
     std::optional<Flying> probeFlying_;
     unsigned probesAnswered_ = 0;
     unsigned probesNeeded_ = 1;

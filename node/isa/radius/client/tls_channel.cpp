@@ -4,8 +4,8 @@
 // server has closed raises no SIGPIPE. Packets given before the connection stands wait inside.
 // Whatever goes wrong breaks the channel; the server's rules decide what follows. A break that
 // shows while sending is told from a timer, since send must not call back.
-// Tested by tests/radius/scenario/tls_channel_test.cpp, and against FreeRADIUS by the scenario
-// tests.
+// Tested by tests/radius/channel_test.cpp, tests/radius/scenario/tls_channel_test.cpp, and against
+// FreeRADIUS by the scenario tests.
 #include "node/isa/radius/client/tls_channel.h"
 
 #include <netinet/tcp.h>
@@ -82,11 +82,17 @@ TlsChannel::TlsChannel(Reactor& reactor, const TlsSettings& settings, Socket soc
     : reactor_(reactor),
       events_(std::move(events)),
       socket_(std::move(socket)),
-      ssl_(std::move(ssl)),
-      setUpTimer_(reactor.at(reactor.now() + settings.setUp, [this] { breakNow(); })) {
+      ssl_(std::move(ssl)) {
+    // What throws comes first or is taken back: the reactor must not call what was never made.
     reactor_.watch(socket_.get(), [this] { readable(); });
+    try {
+        reactor_.watchWritable(socket_.get(), [this] { writable(); });
+    } catch (...) {
+        reactor_.unwatch(socket_.get());
+        throw;
+    }
     waitsToWrite_ = true;
-    reactor_.watchWritable(socket_.get(), [this] { writable(); });
+    setUpTimer_ = reactor_.at(reactor_.now() + settings.setUp, [this] { breakNow(); });
 }
 
 TlsChannel::~TlsChannel() {

@@ -1,6 +1,8 @@
 // An attribute that would change something we cannot change must lead to a refusal, not to a
 // change of the rest: every attribute has to be one we know. A request that names no login, or
-// another node, or one login twice, is refused with the cause that says so.
+// another node, or one login twice, is refused with the cause that says so. An address of the node
+// is compared when one of its kind is configured. Otherwise it says nothing: the request was sent
+// here by somebody who may ask, and without the address it would be done.
 // Tested by tests/radius/dynamic_test.cpp.
 #include "node/isa/radius/packet/dynamic.h"
 
@@ -30,9 +32,13 @@ constexpr std::pair<AttributeName, Field<uint32_t>> numbers[] = {
 };
 
 // Known besides those of the two tables.
-constexpr AttributeName harmless[] = {attribute::nasIdentifier, attribute::messageAuthenticator,
+constexpr AttributeName harmless[] = {attribute::nasIdentifier,  attribute::nasIpAddress,
+                                      attribute::nasIpv6Address, attribute::messageAuthenticator,
                                       attribute::eventTimestamp, attribute::state,
                                       attribute::proxyState};
+// Of a disconnect only: what was granted, and reasons, which are not passed on.
+constexpr AttributeName explaining[] = {attribute::classOfLogin, attribute::replyMessage,
+                                        attribute::acctTerminateCause};
 constexpr AttributeName changing[] = {attribute::sessionTimeout, attribute::filterId,
                                       attribute::classOfLogin};
 
@@ -54,11 +60,36 @@ bool known(const PacketView::Entry& entry, DynamicRequest::Kind kind, AttributeN
         std::any_of(std::begin(harmless), std::end(harmless), is)) {
         return true;
     }
-    // A server may repeat what it granted (Class) when it ends the login.
     if (kind == DynamicRequest::Kind::disconnect) {
-        return is(attribute::classOfLogin);
+        return std::any_of(std::begin(explaining), std::end(explaining), is);
     }
     return is(profiles) || std::any_of(std::begin(changing), std::end(changing), is);
+}
+
+// What speaks against this node being meant.
+std::optional<ErrorCause> otherNode(const PacketView& packet, const LoginFormat& format) {
+    for (const Bytes name : packet.all(attribute::nasIdentifier)) {
+        if (textOf(name) != format.nasIdentifier) {
+            return ErrorCause::nasIdentificationMismatch;
+        }
+    }
+    const struct {
+        AttributeName name;
+        size_t size;
+        const Buffer& own;
+    } addresses[] = {{attribute::nasIpAddress, 4, format.nasIpAddress},
+                     {attribute::nasIpv6Address, 16, format.nasIpv6Address}};
+    for (const auto& [name, size, own] : addresses) {
+        for (const Bytes value : packet.all(name)) {
+            if (value.size() != size) {
+                return ErrorCause::invalidAttributeValue;
+            }
+            if (!own.empty() && !std::ranges::equal(value, own)) {
+                return ErrorCause::nasIdentificationMismatch;
+            }
+        }
+    }
+    return std::nullopt;
 }
 
 }  // namespace
@@ -75,9 +106,8 @@ DynamicReading readDynamicRequest(const PacketView& packet, const LoginFormat& f
     if (!allKnown) {
         return {std::nullopt, ErrorCause::unsupportedAttribute};
     }
-    const std::optional<Bytes> nas = packet.first(attribute::nasIdentifier);
-    if (nas && textOf(*nas) != format.nasIdentifier) {
-        return {std::nullopt, ErrorCause::nasIdentificationMismatch};
+    if (const std::optional<ErrorCause> cause = otherNode(packet, format)) {
+        return {std::nullopt, *cause};
     }
     bool named = false;
     for (const auto& [name, field] : texts) {

@@ -13,11 +13,17 @@ bool addIfSet(AttributeWriter& writer, AttributeName name, std::string_view text
     return text.empty() || writer.addText(name, text);
 }
 
+bool addIfSet(AttributeWriter& writer, AttributeName name, const Buffer& value) {
+    return value.empty() || writer.add(name, value);
+}
+
 bool addLine(AttributeWriter& writer, const Line& line, const LoginFormat& format) {
     const std::string userName = format.userName.fill(line, format.nasIdentifier);
     const std::string nasPortId = format.nasPortId.fill(line, format.nasIdentifier);
     return !userName.empty() && writer.addText(attribute::userName, userName) &&
            addIfSet(writer, attribute::nasIdentifier, format.nasIdentifier) &&
+           addIfSet(writer, attribute::nasIpAddress, format.nasIpAddress) &&
+           addIfSet(writer, attribute::nasIpv6Address, format.nasIpv6Address) &&
            writer.addNumber(attribute::nasPort, line.interfaceNumber) &&
            addIfSet(writer, attribute::nasPortId, nasPortId) &&
            addIfSet(writer, attribute::agentCircuitId, line.circuitId) &&

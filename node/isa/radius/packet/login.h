@@ -12,6 +12,8 @@ struct LoginFormat {
     TextTemplate userName = *TextTemplate::parse("{circuit-id}");
     TextTemplate nasPortId = *TextTemplate::parse("{interface}");
     std::string nasIdentifier;
+    Buffer nasIpAddress;                           // of this node, 4 bytes; empty: none
+    Buffer nasIpv6Address;                         // 16 bytes
     std::optional<AttributeName> vendorClass;      // carries DHCP option 60
     std::optional<AttributeName> clientId;         // carries DHCP option 61
     AttributeName profiles = attribute::filterId;  // names profiles in answers

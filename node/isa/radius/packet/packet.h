@@ -53,6 +53,7 @@ constexpr uint32_t accessLoopVendor = 3561;
 namespace attribute {
 constexpr AttributeName userName{0, 1};
 constexpr AttributeName userPassword{0, 2};
+constexpr AttributeName nasIpAddress{0, 4};
 constexpr AttributeName nasPort{0, 5};
 constexpr AttributeName framedIpAddress{0, 8};
 constexpr AttributeName filterId{0, 11};
@@ -77,6 +78,7 @@ constexpr AttributeName acctOutputGigawords{0, 53};
 constexpr AttributeName eventTimestamp{0, 55};
 constexpr AttributeName messageAuthenticator{0, 80};
 constexpr AttributeName nasPortId{0, 87};
+constexpr AttributeName nasIpv6Address{0, 95};
 constexpr AttributeName errorCause{0, 101};
 constexpr AttributeName agentCircuitId{accessLoopVendor, 1};
 constexpr AttributeName agentRemoteId{accessLoopVendor, 2};
