@@ -45,6 +45,15 @@ std::string address(Section& section, const std::string& key) {
     return text;
 }
 
+// Empty when there is none.
+std::string ownAddress(Section& section, const std::string& key, int family, const char* kind) {
+    const std::string text = section.has(key) ? address(section, key) : "";
+    if (!text.empty() && radius::SocketAddress::parse(text, 0)->family() != family) {
+        section.fail(key, std::string("must be an address of ") + kind + ", is \"" + text + "\"");
+    }
+    return text;
+}
+
 // "192.0.2.1:3799" or "[2001:db8::1]:3799".
 RadiusConfig::Address addressAndPort(Section& section, const std::string& key) {
     const std::string text = section.text(key, longestAddress + 8);
@@ -234,6 +243,8 @@ RadiusConfig readRadius(Section section, const std::string& directory) {
     radius.userName = filled(section, "user-name", radius.userName);
     radius.passwordEntry = section.text("password-entry", longestName, "");
     radius.nasIdentifier = section.text("nas-identifier", radius::longestValue);
+    radius.nasIpAddress = ownAddress(section, "nas-ip-address", AF_INET, "IPv4");
+    radius.nasIpv6Address = ownAddress(section, "nas-ipv6-address", AF_INET6, "IPv6");
     radius.nasPortId = filled(section, "nas-port-id", radius.nasPortId);
     radius.vendorClassAttribute = attributeName(section, "vendor-class-attribute", "");
     radius.clientIdAttribute = attributeName(section, "client-id-attribute", "");

@@ -75,6 +75,8 @@ struct RadiusConfig {
     std::string userName = "{circuit-id}";
     std::string passwordEntry;  // its line in the file of secrets; empty: none
     std::string nasIdentifier;
+    std::string nasIpAddress;  // of this node, in digits; empty: not sent, not compared
+    std::string nasIpv6Address;
     std::string nasPortId = "{interface}";
     std::string vendorClassAttribute;  // "3561:5"; empty: not sent
     std::string clientIdAttribute;

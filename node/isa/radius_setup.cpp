@@ -72,11 +72,18 @@ radius::ClientSettings clientSettings(const RadiusConfig& config, bool accountin
     return settings;
 }
 
+radius::Buffer ownAddress(const std::string& address) {
+    const auto parsed = radius::SocketAddress::parse(address, 0);
+    return parsed ? parsed->bytes() : radius::Buffer();
+}
+
 radius::LoginFormat loginFormat(const RadiusConfig& config) {
     radius::LoginFormat format;
     format.userName = radius::TextTemplate::parse(config.userName).value();
     format.nasPortId = radius::TextTemplate::parse(config.nasPortId).value();
     format.nasIdentifier = config.nasIdentifier;
+    format.nasIpAddress = ownAddress(config.nasIpAddress);
+    format.nasIpv6Address = ownAddress(config.nasIpv6Address);
     format.vendorClass = radius::attributeNameFromText(config.vendorClassAttribute);
     format.clientId = radius::attributeNameFromText(config.clientIdAttribute);
     format.profiles = radius::attributeNameFromText(config.profileAttribute).value();

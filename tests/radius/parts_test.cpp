@@ -10,6 +10,7 @@
 #include "node/isa/radius/client/random.h"
 #include "node/isa/radius/client/retry.h"
 #include "node/isa/radius/client/token_bucket.h"
+#include "tests/radius/hex.h"
 #include "tests/radius/virtual_reactor.h"
 
 namespace {
@@ -190,6 +191,12 @@ TEST(SocketAddress, GoodAddressesAreRead) {
     EXPECT_TRUE(six->sameHost(*SocketAddress::parse("0:0::1", 7)));
     EXPECT_FALSE(six->sameHost(*SocketAddress::parse("::2", 7)));
     EXPECT_FALSE(six->sameHost(*four));
+}
+
+TEST(SocketAddress, BytesAreThoseOfAttributes) {
+    EXPECT_EQ(radius_test::fromHex("c0000207"), SocketAddress::parse("192.0.2.7", 9)->bytes());
+    EXPECT_EQ(radius_test::fromHex("20010db8000000000000000000000007"),
+              SocketAddress::parse("2001:db8::7", 9)->bytes());
 }
 
 TEST(SocketAddress, Ipv4WrittenAsIpv6IsTheSameHost) {

@@ -53,6 +53,8 @@ TEST(ConfigRadius, DefaultsAreThoseOfTheDocument) {
     EXPECT_EQ("{circuit-id}", radius.userName);
     EXPECT_EQ("{interface}", radius.nasPortId);
     EXPECT_EQ("node-7", radius.nasIdentifier);
+    EXPECT_EQ("", radius.nasIpAddress);
+    EXPECT_EQ("", radius.nasIpv6Address);
     EXPECT_EQ("", radius.passwordEntry);
     EXPECT_EQ("11", radius.profileAttribute);
     EXPECT_EQ(RadiusConfig::OnFailure::block, radius.onFailure);
@@ -85,6 +87,8 @@ TEST(ConfigRadius, EverythingCanBeSaid) {
 order = "weighted"
 user-name = "{mac}@{nas}"
 password-entry = "lines"
+nas-ip-address = "192.0.2.7"
+nas-ipv6-address = "2001:db8::7"
 nas-port-id = "{interface}:{vlan}"
 vendor-class-attribute = "3561:5"
 client-id-attribute = 61
@@ -129,6 +133,8 @@ address = "2001:db8::2"
 )"))
                                      .radius;
     EXPECT_TRUE(radius.weighted);
+    EXPECT_EQ("192.0.2.7", radius.nasIpAddress);
+    EXPECT_EQ("2001:db8::7", radius.nasIpv6Address);
     EXPECT_EQ(8s, radius.patience);
     EXPECT_EQ("3561:5", radius.vendorClassAttribute);
     EXPECT_EQ("61", radius.clientIdAttribute);
@@ -170,6 +176,12 @@ TEST(ConfigRadius, MistakesAreNamedWithLineAndKey) {
          "node.toml:8: radius.order: must be \"listed\" or \"weighted\""},
         {file("user-name = \"{nobody}\""), "radius.user-name: holds a place that is not known"},
         {file("nas-port-id = \"{interface\""), "radius.nas-port-id: holds a place"},
+        {file("nas-ip-address = \"node\""),
+         "node.toml:8: radius.nas-ip-address: must be an address in digits, is \"node\""},
+        {file("nas-ip-address = \"::1\""),
+         "radius.nas-ip-address: must be an address of IPv4, is \"::1\""},
+        {file("nas-ipv6-address = \"192.0.2.7\""),
+         "radius.nas-ipv6-address: must be an address of IPv6, is \"192.0.2.7\""},
         {file("profile-attribute = 26"), "radius.profile-attribute: must be a number or vendor"},
         {file("client-id-attribute = \"0:1\""), "radius.client-id-attribute: must be a number"},
         {file("on-failure = \"open\""), "radius.on-failure: must be \"block\" or \"keep\""},

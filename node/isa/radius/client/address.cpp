@@ -33,6 +33,11 @@ uint16_t SocketAddress::port() const {
     return ntohs(family() == AF_INET6 ? v6(*this).sin6_port : v4(*this).sin_port);
 }
 
+std::vector<uint8_t> SocketAddress::bytes() const {
+    const in6_addr all = asIpv6(*this);
+    return {all.s6_addr + (family() == AF_INET6 ? 0 : 12), all.s6_addr + sizeof all.s6_addr};
+}
+
 bool SocketAddress::sameHost(const SocketAddress& other) const {
     const in6_addr own = asIpv6(*this);
     const in6_addr others = asIpv6(other);

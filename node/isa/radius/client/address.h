@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace node::radius {
 
@@ -18,6 +19,8 @@ struct SocketAddress {
     const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&storage); }
     int family() const { return storage.ss_family; }
     uint16_t port() const;
+
+    std::vector<uint8_t> bytes() const;  // of the address, as attributes carry it: 4 or 16
 
     // The address without the port; IPv4 written as IPv6 is the same.
     bool sameHost(const SocketAddress& other) const;
