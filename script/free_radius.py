@@ -7,7 +7,8 @@ signal comes. As a module it is what the tests of the node start.
 
 prints one line per fact: "port N", "accounting-port N", "secret-file PATH" (of the node's form, with
 an entry "first"), then "ready". FILE holds users in FreeRADIUS's own form. NAME may hold a range:
-"line-{1..99}"."""
+"line-{1..99}". With --prepare it only writes the directory, for tests that start the server
+themselves; with --certificates only what TLS needs."""
 import argparse
 import os
 import pathlib
@@ -91,6 +92,7 @@ TLS_LISTEN
     }
     authorize {
         files
+        AUTHORIZE
         pap
         Autz-Type Status-Server {
             SIGN
@@ -103,10 +105,10 @@ TLS_LISTEN
         }
     }
     post-auth {
-        answered
+        RECORD
         SIGN
         Post-Auth-Type REJECT {
-            answered
+            RECORD
             SIGN
         }
     }
@@ -161,18 +163,23 @@ TLS_LISTEN = """
 
 
 def make_certificates(directory):
-    """ca.pem, which signed server.pem and client.pem, with their keys; valid for 127.0.0.1."""
+    """ca.pem, which signed server.pem and client.pem, and otherca.pem, which signed other.pem; their
+    keys beside them as *.key. They hold for 127.0.0.1 and NAME.test."""
     def openssl(*arguments):
         subprocess.run(["openssl", *arguments], cwd=directory, check=True, capture_output=True)
 
-    new = ["req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-noenc"]
-    openssl(*new, "-x509", "-days", "30", "-subj", "/CN=ca", "-keyout", "ca.key", "-out", "ca.pem")
-    for name in ("server", "client"):
-        openssl(*new, "-x509", "-days", "30", "-subj", f"/CN={name}", "-CA", "ca.pem", "-CAkey",
-                "ca.key", "-config", "/dev/null", "-addext", "basicConstraints=critical,CA:FALSE",
-                "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", f"{name}.key",
-                "-out", f"{name}.pem")
+    def certificate(name, *more):
+        openssl("req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-noenc", "-x509",
+                "-days", "30", "-subj", f"/CN={name}", "-keyout", f"{name}.key",
+                "-out", f"{name}.pem", *more)
         (pathlib.Path(directory) / f"{name}.key").chmod(0o600)
+
+    for authority, names in (("ca", ("server", "client")), ("otherca", ("other",))):
+        certificate(authority)
+        for name in names:
+            certificate(name, "-CA", f"{authority}.pem", "-CAkey", f"{authority}.key",
+                        "-config", "/dev/null", "-addext", "basicConstraints=critical,CA:FALSE",
+                        "-addext", f"subjectAltName=IP:127.0.0.1,DNS:{name}.test")
 
 
 def installed():
@@ -222,9 +229,11 @@ def named(pattern):
 
 
 class FreeRadius:
-    """Users who are not given are rejected. The directory must exist and stays."""
+    """Users who are not given are rejected. The directory must exist and stays. `authorize` are
+    rules after the look-up of the user; `records`: answered() tells what was answered."""
 
-    def __init__(self, directory, users, secret=None, signs=True, port=None, tls=False, delay=0.0):
+    def __init__(self, directory, users, secret=None, signs=True, port=None, tls=False, delay=0.0,
+                 authorize="", records=True):
         self.directory = pathlib.Path(directory)
         self.port = port or free_port()
         self.accounting_port = self.port + 1
@@ -242,7 +251,8 @@ class FreeRadius:
             make_certificates(self.directory)
         text = text.replace("TLS_CLIENTS", TLS_CLIENTS if tls else "")
         text = text.replace("TLS_LISTEN", TLS_LISTEN if tls else "")
-        for what, by in (("SIGN", SIGN if signs else ""), ("DIRECTORY", str(self.directory)),
+        for what, by in (("SIGN", SIGN if signs else ""), ("RECORD", "answered" if records else ""),
+                         ("AUTHORIZE", authorize), ("DIRECTORY", str(self.directory)),
                          ("SECRET", self.secret), ("PORT0", str(self.port)),
                          ("PORT1", str(self.accounting_port))):
             text = text.replace(what, by)
@@ -305,14 +315,28 @@ def main():
     parser.add_argument("--users", type=pathlib.Path)
     parser.add_argument("--accept", action="append", default=[], metavar="NAME")
     parser.add_argument("--reject", action="append", default=[], metavar="NAME")
+    parser.add_argument("--tls", action="store_true", help="also RADIUS over TLS, on the same port")
+    parser.add_argument("--secret", help="one for tests; made up unless said")
+    parser.add_argument("--unsigned", action="store_true", help="no Message-Authenticator")
+    parser.add_argument("--unrecorded", action="store_true", help="keep no list of answers")
+    parser.add_argument("--authorize", default="", metavar="RULES")
+    parser.add_argument("--prepare", action="store_true")
+    parser.add_argument("--certificates", action="store_true")
     arguments = parser.parse_args()
+    arguments.directory.mkdir(parents=True, exist_ok=True)
+    if arguments.certificates:
+        make_certificates(arguments.directory)
+        return
     if not installed():
         sys.exit("the package freeradius is not installed (script/bootstrap)")
-    arguments.directory.mkdir(parents=True, exist_ok=True)
     users = "".join([*(accepted(name) for each in arguments.accept for name in named(each)),
                      *(rejected(name) for each in arguments.reject for name in named(each)),
                      arguments.users.read_text() if arguments.users else ""])
-    server = FreeRadius(arguments.directory, users, port=arguments.port)
+    server = FreeRadius(arguments.directory, users, secret=arguments.secret,
+                        signs=not arguments.unsigned, port=arguments.port, tls=arguments.tls,
+                        authorize=arguments.authorize, records=not arguments.unrecorded)
+    if arguments.prepare:
+        return
 
     def leave(*_):
         server.stop()

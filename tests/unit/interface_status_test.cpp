@@ -271,13 +271,14 @@ TEST_F(InterfaceStatusTest, OutputsStayUntouchedUnlessTheEngineWasAskedAndWrote)
     platform.answers.nth("sharedLock", 1);
     platform.answers.nth("sharedLock", 2);
     platform.answers.nth("sharedLock", 3);
+    tal& subject = module;  // GCC 12 takes a reference member with a member pointer for misaligned
     // Three refused locks, then an unknown interface, then a known one that the engine refuses.
     for (const unsigned intf : {5u, 6u, 5u}) {
         for (const auto get : {&tal::talIntfAuthenOperStateGet, &tal::talIntfAuthorOperStateGet}) {
             constexpr unsigned char before = 0x5A;
             bool state;
             memcpy(&state, &before, 1);
-            EXPECT_NE(talResOk, (module.*get)(intf, &state));
+            EXPECT_NE(talResOk, (subject.*get)(intf, &state));
             unsigned char after = 0;
             memcpy(&after, &state, 1);
             EXPECT_EQ(before, after) << intf;

@@ -321,8 +321,9 @@ TEST_F(Radius, AccountingIsTakenOnce) {
         ASSERT_TRUE(settle());
     }
     EXPECT_EQ(3, taken);
-    EXPECT_EQ((std::vector<std::string>{"line-1 Start session-1", "line-1 Interim-Update session-1",
-                                        "line-1 Stop session-1"}),
+    EXPECT_EQ((std::vector<std::string>{"line-1 Start session-1 none 0 none",
+                                        "line-1 Interim-Update session-1 none 0 none",
+                                        "line-1 Stop session-1 none 0 Lost-Carrier"}),
               real.accounted());
 }
 

@@ -22,6 +22,8 @@ namespace radius_test {
 namespace {
 
 constexpr const char* program = "/usr/sbin/freeradius";
+constexpr const char* python = "/usr/bin/python3";
+constexpr const char* script = FREE_RADIUS_SCRIPT;
 constexpr std::chrono::seconds patience{20};
 
 pid_t spawn(const std::vector<std::string>& arguments, const std::string& outputFile) {
@@ -55,140 +57,6 @@ void write(const std::string& path, const std::string& text) {
     chmod(path.c_str(), 0600);
 }
 
-std::string replaced(std::string text, const std::string& what, const std::string& by) {
-    for (size_t at = text.find(what); at != std::string::npos; at = text.find(what, at)) {
-        text.replace(at, what.size(), by);
-        at += by.size();
-    }
-    return text;
-}
-
-constexpr const char* configuration = R"(
-prefix = /usr
-libdir = /usr/lib/freeradius
-logdir = DIRECTORY/log
-run_dir = DIRECTORY/run
-pidfile = DIRECTORY/run/pid
-max_requests = 65536
-max_request_time = 30
-cleanup_delay = 2
-security {
-    status_server = yes
-    reject_delay = 0
-    max_attributes = 200
-}
-thread pool {
-    start_servers = 2
-    max_servers = 4
-    min_spare_servers = 1
-    max_spare_servers = 3
-    max_requests_per_server = 0
-}
-log {
-    destination = stdout
-}
-client local {
-    ipaddr = 127.0.0.1
-    secret = SECRET
-    require_message_authenticator = yes
-}
-modules {
-    files {
-        usersfile = DIRECTORY/users
-        key = "%{User-Name}"
-    }
-    pap {
-    }
-    always ok {
-        rcode = ok
-    }
-    linelog accounted {
-        filename = DIRECTORY/accounted
-        format = "%{User-Name} %{Acct-Status-Type} %{Acct-Session-Id}"
-    }
-}
-server default {
-    listen {
-        type = auth
-        ipaddr = 127.0.0.1
-        port = PORT0
-        recv_buff = 4194304
-    }
-    listen {
-        type = acct
-        ipaddr = 127.0.0.1
-        port = PORT1
-        recv_buff = 4194304
-    }
-TLS
-    authorize {
-        files
-        AUTHORIZE
-        pap
-        Autz-Type Status-Server {
-            SIGN
-            ok
-        }
-    }
-    authenticate {
-        Auth-Type PAP {
-            pap
-        }
-    }
-    post-auth {
-        SIGN
-        Post-Auth-Type REJECT {
-            SIGN
-        }
-    }
-    preacct {
-        ok
-    }
-    accounting {
-        accounted
-        SIGN
-    }
-}
-)";
-
-constexpr const char* signing = R"(update reply {
-            Message-Authenticator := 0x00
-        })";
-
-constexpr const char* tlsSection = R"(
-    listen {
-        type = auth
-        proto = tcp
-        ipaddr = 127.0.0.1
-        port = PORT2
-        clients = radsec
-        limit {
-            max_connections = 32
-            lifetime = 0
-            idle_timeout = 0
-        }
-        tls {
-            private_key_file = DIRECTORY/server.key
-            certificate_file = DIRECTORY/server.pem
-            ca_file = DIRECTORY/ca.pem
-            require_client_cert = yes
-            tls_min_version = "1.2"
-            tls_max_version = "1.2"
-        }
-    }
-)";
-
-constexpr const char* tlsClients = R"(
-clients radsec {
-    client tls {
-        ipaddr = 127.0.0.1
-        proto = tls
-        secret = radsec
-        require_message_authenticator = yes
-    }
-}
-)";
-
 }  // namespace
 
 void run(const std::vector<std::string>& arguments, const std::string& outputFile) {
@@ -205,30 +73,7 @@ int runForResult(const std::vector<std::string>& arguments, const std::string& o
 }
 
 void makeCertificates(const std::string& directory) {
-    const auto file = [&directory](const std::string& name) { return directory + "/" + name; };
-    const std::string log = file("openssl.log");
-    const auto authority = [&](const std::string& name) {
-        run({"openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
-             "-nodes", "-days", "30", "-subj", "/CN=" + name, "-keyout", file(name + ".key"),
-             "-out", file(name + ".pem")},
-            log);
-    };
-    const auto certificate = [&](const std::string& name, const std::string& by) {
-        write(file(name + ".ext"), "subjectAltName=IP:127.0.0.1,DNS:" + name + ".test\n");
-        run({"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-             "-subj", "/CN=" + name, "-keyout", file(name + ".key"), "-out", file(name + ".csr")},
-            log);
-        run({"openssl", "x509", "-req", "-in", file(name + ".csr"), "-CA", file(by + ".pem"),
-             "-CAkey", file(by + ".key"), "-CAcreateserial", "-days", "30", "-extfile",
-             file(name + ".ext"), "-out", file(name + ".pem")},
-            log);
-        chmod(file(name + ".key").c_str(), 0600);
-    };
-    authority("ca");
-    authority("otherca");
-    certificate("server", "ca");
-    certificate("client", "ca");
-    certificate("other", "otherca");
+    run({python, script, "--directory", directory, "--certificates"}, directory + "/openssl.log");
 }
 
 bool FreeRadius::installed() {
@@ -251,9 +96,6 @@ FreeRadius::~FreeRadius() {
 }
 
 void FreeRadius::writeFiles(const Options& options) {
-    std::filesystem::create_directory(directory_ + "/run");
-    std::filesystem::create_directory(directory_ + "/log");
-    write(directory_ + "/dictionary", "$INCLUDE /usr/share/freeradius/dictionary\n");
     std::ostringstream known;
     for (int i = 1; i <= users; ++i) {
         known << "line-" << i << "\tCleartext-Password := \"pw\"\n"
@@ -261,21 +103,18 @@ void FreeRadius::writeFiles(const Options& options) {
               << "Filter-Id = \"gold\"\n"
               << "barred-" << i << "\tAuth-Type := Reject\n\tReply-Message = \"barred\"\n";
     }
-    write(directory_ + "/users", known.str() + "DEFAULT\tAuth-Type := Reject\n");
-    std::string text = configuration;
+    write(file("known"), known.str());
+    std::vector<std::string> command{
+        python,     script,         "--prepare",           "--unrecorded",   "--directory",
+        directory_, "--port",       std::to_string(port_), "--users",        file("known"),
+        "--secret", options.secret, "--authorize",         options.authorize};
+    if (!options.signsAnswers) {
+        command.push_back("--unsigned");
+    }
     if (options.tls) {
-        makeCertificates(directory_);
-        text = tlsClients + text;
+        command.push_back("--tls");
     }
-    text = replaced(text, "TLS\n", options.tls ? std::string(tlsSection) : "");
-    text = replaced(text, "SIGN", options.signsAnswers ? signing : "");
-    text = replaced(text, "AUTHORIZE", options.authorize);
-    text = replaced(text, "DIRECTORY", directory_);
-    text = replaced(text, "SECRET", options.secret);
-    for (int i = 0; i < 3; ++i) {
-        text = replaced(text, "PORT" + std::to_string(i), std::to_string(port_ + i));
-    }
-    write(directory_ + "/radiusd.conf", text);
+    run(command, file("prepared"));
 }
 
 void FreeRadius::start() {

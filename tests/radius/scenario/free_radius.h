@@ -1,4 +1,5 @@
-// A FreeRADIUS of the test's own: own directory, own ports of 127.0.0.1, any user.
+// A FreeRADIUS of the test's own: own directory, own ports of 127.0.0.1, any user. Its files are
+// written by script/free_radius.py.
 // One thread.
 #pragma once
 
@@ -35,11 +36,11 @@ public:
 
     uint16_t port() const { return port_; }
     uint16_t accountingPort() const { return static_cast<uint16_t>(port_ + 1); }
-    uint16_t tlsPort() const { return static_cast<uint16_t>(port_ + 2); }
+    uint16_t tlsPort() const { return port_; }
     const std::string& directory() const { return directory_; }
     std::string output() const;
 
-    // Lines "NAME STATUS SESSION" of accounting taken, one per record.
+    // Lines "NAME STATUS SESSION CLASS PACKETS CAUSE" of accounting taken, one per record.
     std::vector<std::string> accounted() const;
 
     // With TLS also what makeCertificates makes.
@@ -53,8 +54,9 @@ private:
     pid_t pid_ = -1;
 };
 
-// Into the directory: ca.pem, which signed server.pem and client.pem, and otherca.pem, which signed
-// other.pem; their keys beside them as *.key. They hold for 127.0.0.1 and NAME.test.
+// Into the directory, by the same script: ca.pem, which signed server.pem and client.pem, and
+// otherca.pem, which signed other.pem; their keys beside them as *.key. They hold for 127.0.0.1 and
+// NAME.test.
 void makeCertificates(const std::string& directory);
 
 // Runs a program to its end; throws unless it ends with 0.

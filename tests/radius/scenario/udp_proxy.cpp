@@ -36,19 +36,14 @@ bool bound(const Socket& socket, uint16_t port) {
 
 uint16_t freePort() {
     for (int i = 0; i < 100; ++i) {
-        const Socket first = udpSocket();
-        if (!bound(first, 0) || portOf(first) > 65000) {
+        const Socket udp = udpSocket();
+        if (!bound(udp, 0) || portOf(udp) > 65000) {
             continue;
         }
-        const uint16_t port = portOf(first);
-        bool all = true;
-        for (int next = 1; next < 4 && all; ++next) {
-            const auto neighbour = static_cast<uint16_t>(port + next);
-            const Socket udp = udpSocket();
-            const Socket tcp(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-            all = bound(udp, neighbour) && bound(tcp, neighbour);
-        }
-        if (all) {
+        const uint16_t port = portOf(udp);
+        const Socket tcp(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        const Socket next = udpSocket();
+        if (bound(tcp, port) && bound(next, static_cast<uint16_t>(port + 1))) {
             return port;
         }
     }

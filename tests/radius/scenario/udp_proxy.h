@@ -71,7 +71,7 @@ private:
     std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
-// A UDP port of 127.0.0.1 that was free a moment ago, with its three neighbours above.
+// A port of 127.0.0.1 that was free a moment ago, over UDP and TCP, with its UDP neighbour above.
 uint16_t freePort();
 
 }  // namespace radius_test
