@@ -277,9 +277,12 @@ Engine::Passed Engine::passed(unsigned ifId) const {
     if (!line.gates) {
         return {line.port.forwardedOctets(), 0, frames, 0};
     }
-    // Kept frames pass the gate in the kernel once more.
+    // Kept frames pass the gate in the kernel once more. Totals of a gate outlive processes.
     const LineGates::Totals totals = line.gates->totals(ifId);
-    return {totals.inwardOctets, totals.outwardOctets, frames, totals.passedOutward};
+    const LineGates::Totals& before = line.before;
+    return {totals.inwardOctets - before.inwardOctets, totals.outwardOctets - before.outwardOctets,
+            frames - before.counters[static_cast<size_t>(Counter::forwarded)],
+            totals.passedOutward - before.passedOutward};
 }
 
 }  // namespace node

@@ -49,7 +49,10 @@ public:
     // From here on the line's gate is one of `gates` and does what the port does; empty: none,
     // it stays as it is. A gate that is open stays so only for the replay of a stored login;
     // whether this one does. `gates` must outlive its lines here.
+    // What went through the gate until now is not counted by passed().
     bool gateBy(unsigned ifId, LineGates* gates);
+    // The same for a line whose interface came only after gateBy().
+    void passedBegins(unsigned ifId);
     // The line's interface is new: the gate gets the line's state, rules and traps again.
     void renewGate(unsigned ifId);
 
@@ -86,7 +89,8 @@ public:
     // The port's and the gate's. Empty: no such line.
     std::optional<Counters> counters(unsigned ifId) const;
 
-    // What passed the line's gate. Frames to the subscriber are seen by gates in the kernel only.
+    // What passed the line's gate in this process. Frames to the subscriber are seen by gates in
+    // the kernel only.
     struct Passed {
         uint64_t inwardOctets = 0;
         uint64_t outwardOctets = 0;
@@ -102,6 +106,7 @@ private:
         std::optional<Loop::Timer> timeout;  // of the request that is open
         std::string trapRule;                // the rule that matched last
         LineGates* gates = nullptr;
+        LineGates::Totals before;              // of the gate when this process got it
         RuleBook::Conditions told;             // the rules that the gate has
         uint32_t armed = 0;                    // traps that it was given last
         std::optional<Loop::Timer> nextTraps;  // when the back-off after a reject ends
