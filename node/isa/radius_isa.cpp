@@ -31,29 +31,11 @@ namespace node {
 
 namespace {
 
-constexpr Time snapshotEvery = std::chrono::milliseconds(250);
 constexpr Time leftAtMost = std::chrono::minutes(5);
 constexpr Time queueFull = std::chrono::seconds(1);
 
 int64_t wallSeconds() {
     return std::time(nullptr);
-}
-
-std::string_view stateName(radius::ServerState state) {
-    switch (state) {
-        case radius::ServerState::alive:
-            return "alive";
-        case radius::ServerState::dead:
-            return "dead";
-        case radius::ServerState::trial:
-            return "tried with one request";
-    }
-    return "";
-}
-
-std::string addressOf(const std::string& host, uint16_t port) {
-    return (host.find(':') == std::string::npos ? host : '[' + host + ']') + ':' +
-           std::to_string(port);
 }
 
 radius::TerminateCause causeOf(RadiusIsa::Why why) {
@@ -110,95 +92,6 @@ void RadiusIsa::close() {
     }
     listener_.reset();
     client_.reset();
-}
-
-// Configuration.
-
-void RadiusIsa::use(const RadiusConfig& config, RadiusSetup setup) {
-    auto client = std::make_unique<radius::Client>(loop_, std::move(setup.logins));
-    client->onServerChange([this](const std::string& name, radius::ServerState state) {
-        serverChanged(false, name, state);
-    });
-    client_ = std::move(client);
-    format_ = setup.format;
-    password_ = setup.password;
-    sessions_.useServers(std::move(setup.accounting), format_, config.accounting.interim);
-    config_ = config;
-    listen(setup);
-    for (auto& [ifId, login] : logins_) {
-        if (login.asking || (login.unproven && login.open)) {
-            login.paced = true;
-            submit(ifId);
-        }
-    }
-    takeSnapshot();
-}
-
-void RadiusIsa::listen(RadiusSetup& setup) {
-    listener_.reset();
-    authority_.reset();
-    if (setup.dynamic.clients.empty()) {
-        return;
-    }
-    authority_ = std::make_unique<radius::DynamicAuthority>(
-        std::move(setup.dynamic), wallSeconds,
-        [this](const radius::DynamicRequest& request) { return judge(request); });
-    const RadiusConfig::Address& address = config_.dynamic.listen;
-    listener_ = std::make_unique<radius::DynamicListener>(
-        loop_, radius::SocketAddress::parse(address.host, address.port).value(), *authority_);
-}
-
-void RadiusIsa::reload(const RadiusConfig& config) {
-    radius::Secrets secrets = radiusSecrets(config);
-    const bool overTls = std::any_of(config.servers.begin(), config.servers.end(),
-                                     [](const RadiusConfig::Server& server) { return server.tls; });
-    // Certificates may be new under their old names.
-    if (client_ && config == config_ && sameSecrets(secrets, secrets_) && !overTls) {
-        return;
-    }
-    RadiusSetup setup = radiusSetup(config, secrets, loop_);
-    secrets_ = std::move(secrets);
-    use(config, std::move(setup));
-    log_.line("radius", "servers and what is sent to them as configured; counters begin again");
-}
-
-void RadiusIsa::forgetConfiguration() {
-    loop_.post([this] {
-        if (!open_) {
-            return;
-        }
-        client_.reset();
-        for (auto& [ifId, login] : logins_) {
-            login.ticket = 0;
-        }
-        listener_.reset();
-        sessions_.useServers(std::nullopt, format_, Time(0));
-        takeSnapshot();
-        log_.line("radius", "configuration cleared: nobody is asked until it is read again");
-    });
-}
-
-void RadiusIsa::serverChanged(bool accounting, const std::string& name, radius::ServerState state) {
-    log_.line("radius", (accounting ? "accounting server " : "server ") + name + " is " +
-                            std::string(stateName(state)));
-    takeSnapshot();
-    if (accounting || state == radius::ServerState::dead) {
-        return;
-    }
-    for (auto& [ifId, login] : logins_) {
-        if (login.wanted) {
-            // Not from here, where the client is at work.
-            loop_.post([this, id = ifId] { askAgain(id); });
-        }
-    }
-}
-
-bool RadiusIsa::anyAlive() const {
-    const std::vector<radius::ServerStatus> servers =
-        client_ ? client_->status() : std::vector<radius::ServerStatus>();
-    return std::any_of(servers.begin(), servers.end(), [](const radius::ServerStatus& server) {
-        return server.state != radius::ServerState::dead;
-    });
 }
 
 // A request and its answer.
@@ -345,6 +238,14 @@ void RadiusIsa::withdraw(unsigned ifId, Login& login, Why why) {
     }
 }
 
+LoginProfiles RadiusIsa::profilesOf(unsigned ifId, const std::vector<std::string>& texts) {
+    const GrantedProfiles granted = grantedProfiles(texts);
+    for (const std::string& problem : granted.problems) {
+        log_.line(ifId, "profile", "none for " + problem);
+    }
+    return granted.profiles;
+}
+
 // Gates and sessions.
 
 void RadiusIsa::gateMoved(unsigned ifId, Why why) {
@@ -482,113 +383,6 @@ void RadiusIsa::lookForLeft() {
     if (!sessions_.left().empty()) {
         leftTimer_ = loop_.at(loop_.now() + leftAtMost, [this] { lookForLeft(); });
     }
-}
-
-// What servers ask for.
-
-bool RadiusIsa::fits(unsigned ifId, const Login& login,
-                     const radius::DynamicRequest& request) const {
-    const radius::Line line = loginLine(login.block, lines_.name(ifId));
-    const auto fitsText = [](const std::optional<std::string>& wanted, const std::string& is) {
-        return !wanted || *wanted == is;
-    };
-    return login.open && lines_.gate(ifId) == Gate::open &&
-           fitsText(request.userName, format_.userName.fill(line, format_.nasIdentifier)) &&
-           fitsText(request.nasPortId, format_.nasPortId.fill(line, format_.nasIdentifier)) &&
-           fitsText(request.circuitId, line.circuitId) &&
-           fitsText(request.remoteId, line.remoteId) &&
-           fitsText(request.callingStationId, line.mac ? radius::macText(*line.mac) : "") &&
-           fitsText(request.sessionId, sessions_.idOf(ifId)) &&
-           (!request.nasPort || *request.nasPort == ifId) &&
-           (!request.framedIpAddress || request.framedIpAddress == line.address);
-}
-
-std::optional<radius::ErrorCause> RadiusIsa::judge(const radius::DynamicRequest& request) {
-    std::vector<unsigned> lines;
-    for (const auto& [ifId, login] : logins_) {
-        if (fits(ifId, login, request)) {
-            lines.push_back(ifId);
-        }
-    }
-    if (lines.empty()) {
-        return radius::ErrorCause::sessionContextNotFound;
-    }
-    if (request.kind == radius::DynamicRequest::Kind::change) {
-        return change(lines, request.grant);
-    }
-    for (const unsigned ifId : lines) {
-        log_.line(ifId, "radius", "a server ends the login");
-        logins_[ifId].endCause = radius::TerminateCause::adminReset;
-        giveVerdict(ifId, false, {});
-        if (lines_.gate(ifId) == Gate::open) {
-            logins_[ifId].endCause.reset();
-            return radius::ErrorCause::resourcesUnavailable;
-        }
-    }
-    return std::nullopt;
-}
-
-std::optional<radius::ErrorCause> RadiusIsa::change(const std::vector<unsigned>& lines,
-                                                    const radius::Grant& grant) {
-    if (!grant.filterIds.empty() && format_.profiles != radius::attribute::filterId) {
-        return radius::ErrorCause::unsupportedAttribute;  // nothing here is filtered by it
-    }
-    for (const unsigned ifId : lines) {
-        Login& login = logins_[ifId];
-        log_.line(ifId, "radius", "a server changes the login");
-        if (!grant.classes.empty()) {
-            login.grant.classes = grant.classes;
-            sessions_.changeClasses(ifId, grant.classes);
-        }
-        if (grant.sessionTimeout) {
-            login.grant.sessionTimeout = grant.sessionTimeout;
-            armSession(ifId, login);
-        }
-        if (!grant.profiles.empty()) {
-            login.grant.profiles = grant.profiles;
-            lines_.profiles(ifId, profilesOf(ifId, grant.profiles));
-        }
-    }
-    return std::nullopt;
-}
-
-LoginProfiles RadiusIsa::profilesOf(unsigned ifId, const std::vector<std::string>& texts) {
-    const GrantedProfiles granted = grantedProfiles(texts);
-    for (const std::string& problem : granted.problems) {
-        log_.line(ifId, "profile", "none for " + problem);
-    }
-    return granted.profiles;
-}
-
-// What management sees.
-
-void RadiusIsa::keepSnapshot() {
-    takeSnapshot();
-    snapshotTimer_ = loop_.at(loop_.now() + snapshotEvery, [this] { keepSnapshot(); });
-}
-
-void RadiusIsa::takeSnapshot() {
-    std::vector<RadiusServerInfo> rows;
-    const auto add = [this, &rows](const std::vector<radius::ServerStatus>& servers,
-                                   bool accounting) {
-        for (size_t i = 0; i < servers.size() && i < config_.servers.size(); ++i) {
-            const RadiusConfig::Server& server = config_.servers[i];
-            rows.push_back(
-                {server.name,
-                 addressOf(server.host, accounting ? server.accountingPort : server.port),
-                 accounting, server.tls, servers[i].state, servers[i].inFlight, servers[i].channels,
-                 servers[i].counters});
-        }
-    };
-    add(client_ ? client_->status() : std::vector<radius::ServerStatus>(), false);
-    add(sessions_.servers(), true);
-    const std::lock_guard<std::mutex> lock(mutex_);
-    snapshot_ = std::move(rows);
-}
-
-std::vector<RadiusServerInfo> RadiusIsa::servers() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return snapshot_;
 }
 
 }  // namespace node
