@@ -24,7 +24,8 @@ class Engine {
 public:
     using RaiseEvent = std::function<void(const std::string& line)>;
     using Forward = std::function<void(unsigned ifId, std::span<const uint8_t> frame)>;
-    using Moved = std::function<void(unsigned ifId, PortState to, Cause cause)>;
+    // `request`: how many the line had raised by then, so that one is told from the next.
+    using Moved = std::function<void(unsigned ifId, Cause cause, uint32_t request)>;
 
     struct LineStatus {
         PortState state = PortState::blocked;
@@ -40,7 +41,8 @@ public:
     Engine(Loop& loop, EventLog& log) : loop_(loop), log_(log) {}
 
     // Wiring, before anything else. `raise` is called on the loop, `forward` from frame() or
-    // a reply with frames that pass an open gate, `moved` on any thread and not under the lock.
+    // a reply with frames that pass an open gate, `moved` on any thread and not under the lock;
+    // it is also told of a lost link and of switching off that found the gate closed.
     void onEvent(RaiseEvent raise) { raise_ = std::move(raise); }
     void onForward(Forward forward) { forward_ = std::move(forward); }
     void onMoved(Moved moved) { moved_ = std::move(moved); }
@@ -115,6 +117,7 @@ private:
     struct Followup {
         unsigned ifId = 0;
         Port::Outcome outcome;
+        uint32_t request = 0;  // the line's last by then
         std::string eventLine;
         std::string trapText;
     };
@@ -127,7 +130,8 @@ private:
     void tellRules();
     static Counters sumOf(unsigned ifId, const Line& line);
     void carryOut(Followup followup, std::span<const uint8_t> frame = {});
-    void tellMove(unsigned ifId, const Port::Outcome& outcome);
+    void tellMove(const Followup& followup);
+    void logMove(unsigned ifId, const Port::Outcome& outcome);
     void expire(unsigned ifId);
 
     Loop& loop_;

@@ -34,10 +34,6 @@ namespace {
 constexpr Time leftAtMost = std::chrono::minutes(5);
 constexpr Time queueFull = std::chrono::seconds(1);
 
-int64_t wallSeconds() {
-    return std::time(nullptr);
-}
-
 radius::TerminateCause causeOf(RadiusIsa::Why why) {
     switch (why) {
         case RadiusIsa::Why::linkLost:
@@ -55,18 +51,24 @@ bool headerOnly(const rpcTalLoginBlockBll& block) {
 
 }  // namespace
 
-RadiusIsa::RadiusIsa(Loop& loop, EventLog& log, Isa& isa, Lines lines, const RadiusConfig& config)
+RadiusIsa::World RadiusIsa::realWorld() {
+    return {radiusSetup, [] { return static_cast<int64_t>(std::time(nullptr)); }};
+}
+
+RadiusIsa::RadiusIsa(Loop& loop, EventLog& log, Isa& isa, Lines lines, const RadiusConfig& config,
+                     World world)
     : loop_(loop),
       log_(log),
       isa_(isa),
       lines_(std::move(lines)),
+      world_(std::move(world)),
       config_(config),
       secrets_(radiusSecrets(config)),
-      sessions_(loop, log, {config.sessionFile, lines_.traffic, wallSeconds}) {
+      sessions_(loop, log, {config.sessionFile, lines_.traffic, world_.wall}) {
     sessions_.onServerChange([this](const std::string& name, radius::ServerState state) {
         serverChanged(true, name, state);
     });
-    use(config, radiusSetup(config, secrets_, loop_));
+    use(config, world_.setup(config, secrets_, loop_));
     keepSnapshot();
     if (!sessions_.left().empty()) {
         leftTimer_ = loop_.at(loop_.now() + leftAtMost, [this] { lookForLeft(); });
@@ -108,12 +110,21 @@ void RadiusIsa::prepare(rpcTalLoginBlockBll& block) {
 }
 
 void RadiusIsa::ask(const rpcTalLoginBlockBll& block) {
-    loop_.post([this, block] { asked(block); });
+    uint32_t request = 0;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        request = raised_[block.interface];
+    }
+    loop_.post([this, block, request] { asked(block, request); });
 }
 
-void RadiusIsa::asked(const rpcTalLoginBlockBll& block) {
+void RadiusIsa::asked(const rpcTalLoginBlockBll& block, uint32_t request) {
     const unsigned ifId = block.interface;
-    if (!open_ || lines_.gate(ifId) != Gate::asking) {
+    const LineState state = lines_.state(ifId);
+    if (!open_ || isOutdated(ifId, request)) {
+        return;  // and was withdrawn
+    }
+    if (state.gate != Gate::asking || state.request != request) {
         isa_.withdraw(ifId);  // given up before it was looked at
         return;
     }
@@ -121,8 +132,9 @@ void RadiusIsa::asked(const rpcTalLoginBlockBll& block) {
     stopTimer(login);
     login.wanted = false;
     login.block = block;
+    login.request = request;
     login.asking = true;
-    login.paced = lines_.replays(ifId);
+    login.paced = state.replays;
     login.wasOpen = false;
     if (login.paced) {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -217,6 +229,9 @@ void RadiusIsa::giveVerdict(unsigned ifId, bool accepted, const LoginProfiles& p
         return;
     }
     Login& login = logins_[ifId];
+    if (login.asking && !isCurrent(ifId, login)) {
+        return;  // the next request of the line has begun, or none will
+    }
     login.asking = false;
     isa_.answer(ifId, {accepted, std::chrono::milliseconds(0), profiles});
 }
@@ -228,14 +243,37 @@ void RadiusIsa::dropTicket(Login& login) {
     login.ticket = 0;
 }
 
-void RadiusIsa::withdraw(unsigned ifId, Login& login, Why why) {
+bool RadiusIsa::isOutdated(unsigned ifId, uint32_t request) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return raised_[ifId] != request;
+}
+
+bool RadiusIsa::isCurrent(unsigned ifId, const Login& login) const {
+    const LineState state = lines_.state(ifId);
+    return state.gate == Gate::asking && state.request == login.request;
+}
+
+// What was still waiting is of an earlier request; its answer must not decide this one.
+void RadiusIsa::newRequest(unsigned ifId, Login& login, uint32_t request) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        uint32_t& raised = raised_[ifId];
+        if (static_cast<int32_t>(request - raised) <= 0) {
+            return;  // two threads moved the gate, and this word of it comes late
+        }
+        raised = request;
+    }
+    isa_.withdraw(ifId);
+    if (login.asking) {
+        withdraw(ifId, login);
+    }
+}
+
+void RadiusIsa::withdraw(unsigned ifId, Login& login) {
     dropTicket(login);
     stopTimer(login);
     login.asking = false;
     isa_.withdraw(ifId);
-    if (why == Why::timeout) {
-        want(ifId, login);
-    }
 }
 
 LoginProfiles RadiusIsa::profilesOf(unsigned ifId, const std::vector<std::string>& texts) {
@@ -248,12 +286,15 @@ LoginProfiles RadiusIsa::profilesOf(unsigned ifId, const std::vector<std::string
 
 // Gates and sessions.
 
-void RadiusIsa::gateMoved(unsigned ifId, Why why) {
+void RadiusIsa::gateMoved(unsigned ifId, Why why, uint32_t request) {
     if (!open_) {
         return;
     }
     Login& login = logins_[ifId];
-    const Gate gate = lines_.gate(ifId);
+    if (why == Why::raised) {
+        newRequest(ifId, login, request);
+    }
+    const Gate gate = lines_.state(ifId).gate;
     if (gate == Gate::open) {
         if (!login.open) {
             opened(ifId, login);
@@ -263,22 +304,17 @@ void RadiusIsa::gateMoved(unsigned ifId, Why why) {
     if (login.open) {
         closed(ifId, login, why);
     }
-    if (gate == Gate::asking) {
-        return;
+    if (login.asking && !isCurrent(ifId, login)) {
+        withdraw(ifId, login);
+        if (why == Why::timeout) {
+            want(ifId, login);
+        }
     }
-    if (login.asking) {
-        withdraw(ifId, login, why);
+    // Also when the line asks again already: not whom the last request was about.
+    if (why == Why::linkLost || why == Why::switchedOff ||
+        (why == Why::answered && gate == Gate::closed)) {
+        forget(ifId, login, request);
     }
-    if (why == Why::timeout || why == Why::ended) {
-        return;
-    }
-    stopTimer(login);
-    login.wanted = false;
-    if (sessions_.isLeft(ifId)) {
-        sessions_.close(ifId, radius::TerminateCause::nasReboot);
-    }
-    const std::lock_guard<std::mutex> lock(mutex_);
-    again_.erase(ifId);
 }
 
 void RadiusIsa::opened(unsigned ifId, Login& login) {
@@ -307,6 +343,20 @@ void RadiusIsa::closed(unsigned ifId, Login& login, Why why) {
     login.endCause.reset();
 }
 
+// Whoever was there may not be the next one. What an earlier process left stays for its replay
+// until the line has asked once.
+void RadiusIsa::forget(unsigned ifId, Login& login, uint32_t request) {
+    if (!login.asking) {
+        stopTimer(login);
+    }
+    login.wanted = false;
+    if (request != 0 && sessions_.isLeft(ifId)) {
+        sessions_.close(ifId, radius::TerminateCause::nasReboot);
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    again_.erase(ifId);
+}
+
 void RadiusIsa::armSession(unsigned ifId, Login& login) {
     stopTimer(login);
     const uint32_t seconds = login.grant.sessionTimeout.value_or(0);
@@ -317,7 +367,7 @@ void RadiusIsa::armSession(unsigned ifId, Login& login) {
 
 void RadiusIsa::sessionOver(unsigned ifId) {
     Login& login = logins_[ifId];
-    if (lines_.gate(ifId) != Gate::open) {
+    if (lines_.state(ifId).gate != Gate::open) {
         return;
     }
     if (config_.onFailure == RadiusConfig::OnFailure::keep && !anyAlive()) {
@@ -346,8 +396,9 @@ void RadiusIsa::want(unsigned ifId, Login& login) {
 
 void RadiusIsa::askAgain(unsigned ifId) {
     Login& login = logins_[ifId];
-    if (!open_ || !login.wanted || lines_.gate(ifId) != Gate::closed) {
-        return;
+    const LineState state = lines_.state(ifId);
+    if (!open_ || !login.wanted || state.gate != Gate::closed || !state.on) {
+        return;  // without a link or switched off the request would wait for somebody else
     }
     stopTimer(login);
     if (!anyAlive()) {

@@ -36,12 +36,18 @@ struct RadiusServerInfo {
 class RadiusIsa : public LoginAuthority {
 public:
     enum class Gate { closed, asking, open };
-    enum class Why { answered, timeout, linkLost, switchedOff, ended };
+    enum class Why { raised, answered, timeout, linkLost, switchedOff, ended };
+
+    struct LineState {
+        Gate gate = Gate::closed;
+        uint32_t request = 0;  // how many it has raised: the number of the last one
+        bool replays = false;  // the last one is a stored one
+        bool on = false;       // and has a link
+    };
 
     // The node's other parts.
     struct Lines {
-        std::function<Gate(unsigned ifId)> gate;
-        std::function<bool(unsigned ifId)> replays;  // its open request is a stored one
+        std::function<LineState(unsigned ifId)> state;
         std::function<Traffic(unsigned ifId)> traffic;
         std::function<std::string(unsigned ifId)> name;
         std::function<void(unsigned ifId)> ask;  // raise a stored request
@@ -49,8 +55,16 @@ public:
         std::function<void(unsigned ifId, const LoginProfiles& profiles)> profiles;
     };
 
+    // How servers are reached and what time it is; tests have their own.
+    struct World {
+        std::function<RadiusSetup(const RadiusConfig&, const radius::Secrets&, Reactor&)> setup;
+        Sessions::WallSeconds wall;
+    };
+    static World realWorld();
+
     // Throws ConfigError, SessionFileError or std::system_error when it cannot work like this.
-    RadiusIsa(Loop& loop, EventLog& log, Isa& isa, Lines lines, const RadiusConfig& config);
+    RadiusIsa(Loop& loop, EventLog& log, Isa& isa, Lines lines, const RadiusConfig& config,
+              World world = realWorld());
     ~RadiusIsa() override;
     RadiusIsa(const RadiusIsa&) = delete;
     RadiusIsa& operator=(const RadiusIsa&) = delete;
@@ -59,7 +73,10 @@ public:
     // again when servers changed. Throws ConfigError; then nothing has changed.
     void reload(const RadiusConfig& config);
 
-    void gateMoved(unsigned ifId, Why why);  // of a line, to what Lines::gate says
+    // A line's gate moved, to what Lines::state says, or a closed one lost its link or was switched
+    // off. `request` is the number of the last one raised by then. A request's own word comes
+    // before what the module asks because of it.
+    void gateMoved(unsigned ifId, Why why, uint32_t request);
     void close();  // the module is gone: nothing is answered, ended or asked any more
 
     // Any thread.
@@ -78,6 +95,7 @@ private:
     struct Login {
         rpcTalLoginBlockBll block{};
         radius::Client::Ticket ticket = 0;
+        uint32_t request = 0;   // of the line; the last one that was asked for
         bool asking = false;    // the module waits for an answer
         bool wasOpen = false;   // the failure policy may open it
         bool paced = false;     // not asked for by a subscriber just now
@@ -94,17 +112,21 @@ private:
     void serverChanged(bool accounting, const std::string& name, radius::ServerState state);
     bool anyAlive() const;
 
-    void asked(const rpcTalLoginBlockBll& block);
+    void asked(const rpcTalLoginBlockBll& block, uint32_t request);
     void submit(unsigned ifId);
     void answered(unsigned ifId, const radius::Answer& answer);
     void accepted(unsigned ifId, const radius::Answer& answer);
     void unanswered(unsigned ifId);
     void giveVerdict(unsigned ifId, bool accepted, const LoginProfiles& profiles);
-    void withdraw(unsigned ifId, Login& login, Why why);
+    bool isOutdated(unsigned ifId, uint32_t request);
+    bool isCurrent(unsigned ifId, const Login& login) const;
+    void newRequest(unsigned ifId, Login& login, uint32_t request);
+    void withdraw(unsigned ifId, Login& login);
     void dropTicket(Login& login);
 
     void opened(unsigned ifId, Login& login);
     void closed(unsigned ifId, Login& login, Why why);
+    void forget(unsigned ifId, Login& login, uint32_t request);
     void armSession(unsigned ifId, Login& login);
     void sessionOver(unsigned ifId);
     void want(unsigned ifId, Login& login);
@@ -126,6 +148,7 @@ private:
     EventLog& log_;
     Isa& isa_;
     Lines lines_;
+    const World world_;
     RadiusConfig config_;
     radius::Secrets secrets_;
     radius::LoginFormat format_;
@@ -139,8 +162,9 @@ private:
     std::optional<Reactor::Timer> snapshotTimer_;
     std::optional<Reactor::Timer> leftTimer_;
 
-    mutable std::mutex mutex_;  // guards the two below
+    mutable std::mutex mutex_;  // guards the three below
     std::map<unsigned, Again> again_;
+    std::map<unsigned, uint32_t> raised_;  // the last request of each line that was heard of
     std::vector<RadiusServerInfo> snapshot_;
 };
 

@@ -11,7 +11,7 @@ bool RadiusIsa::fits(unsigned ifId, const Login& login,
     const auto fitsText = [](const std::optional<std::string>& wanted, const std::string& is) {
         return !wanted || *wanted == is;
     };
-    return login.open && lines_.gate(ifId) == Gate::open &&
+    return login.open && lines_.state(ifId).gate == Gate::open &&
            fitsText(request.userName, format_.userName.fill(line, format_.nasIdentifier)) &&
            fitsText(request.nasPortId, format_.nasPortId.fill(line, format_.nasIdentifier)) &&
            fitsText(request.circuitId, line.circuitId) &&
@@ -39,7 +39,7 @@ std::optional<radius::ErrorCause> RadiusIsa::judge(const radius::DynamicRequest&
         log_.line(ifId, "radius", "a server ends the login");
         logins_[ifId].endCause = radius::TerminateCause::adminReset;
         giveVerdict(ifId, false, {});
-        if (lines_.gate(ifId) == Gate::open) {
+        if (lines_.state(ifId).gate == Gate::open) {
             logins_[ifId].endCause.reset();
             return radius::ErrorCause::resourcesUnavailable;
         }

@@ -58,7 +58,7 @@ void RadiusIsa::listen(RadiusSetup& setup) {
         return;
     }
     authority_ = std::make_unique<radius::DynamicAuthority>(
-        std::move(setup.dynamic), wallSeconds,
+        std::move(setup.dynamic), world_.wall,
         [this](const radius::DynamicRequest& request) { return judge(request); });
     const RadiusConfig::Address& address = config_.dynamic.listen;
     listener_ = std::make_unique<radius::DynamicListener>(
@@ -73,7 +73,7 @@ void RadiusIsa::reload(const RadiusConfig& config) {
     if (client_ && config == config_ && sameSecrets(secrets, secrets_) && !overTls) {
         return;
     }
-    RadiusSetup setup = radiusSetup(config, secrets, loop_);
+    RadiusSetup setup = world_.setup(config, secrets, loop_);
     secrets_ = std::move(secrets);
     use(config, std::move(setup));
     log_.line("radius", "servers and what is sent to them as configured; counters begin again");

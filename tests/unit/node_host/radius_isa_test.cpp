@@ -1,0 +1,151 @@
+// Whom ISA over RADIUS asks for, and whom an answer lets in, whatever becomes of the line in
+// between. Subscribers are A1, B2 and so on, by the end of their MAC addresses.
+#include <gtest/gtest.h>
+
+#include "tests/unit/node_host/radius_bench.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using node::PortState;
+using node_test::RadiusBench;
+
+constexpr unsigned line = 1;
+constexpr uint8_t a = 0xa1;
+constexpr uint8_t b = 0xb2;
+
+class RadiusIsaTest : public RadiusBench {
+protected:
+    // A1 was asked for in vain: the line is blocked, and asked for again one day.
+    void loseOneRequest() {
+        addLine(line, 1);
+        begin();
+        link(line, true);
+        frame(line, a);
+        runFor(1500ms);
+        ASSERT_EQ(PortState::blocked, state(line));
+        ASSERT_EQ("A1", asked());
+    }
+    node::radius::ServerState serverState() {
+        runFor(300ms);  // what is shown may be as old
+        return radius->servers().at(0).state;
+    }
+};
+
+TEST_F(RadiusIsaTest, LineWithoutAnAnswerIsAskedForAgainInItsSubscribersName) {
+    loseOneRequest();
+    serveAll();
+    runFor(2s);
+    EXPECT_EQ("A1", asked());
+    EXPECT_EQ(PortState::open, state(line));
+}
+
+TEST_F(RadiusIsaTest, LineThatLostItsLinkIsNotAskedForInTheNameOfWhoeverWasThere) {
+    loseOneRequest();
+    link(line, false);
+    link(line, true);
+    serveAll();
+    runFor(5s);
+    EXPECT_EQ("", asked());
+    EXPECT_EQ(PortState::blocked, state(line));
+    frame(line, b);
+    runFor(1s);
+    EXPECT_EQ("B2", asked());
+    EXPECT_EQ(PortState::open, state(line));
+}
+
+TEST_F(RadiusIsaTest, LineThatWasSwitchedOffIsNotAskedForInTheNameOfWhoeverWasThere) {
+    loseOneRequest();
+    engine.setAdmin(line, false);
+    engine.setAdmin(line, true);
+    serveAll();
+    runFor(5s);
+    EXPECT_EQ("", asked());
+    EXPECT_EQ(PortState::blocked, state(line));
+}
+
+TEST_F(RadiusIsaTest, LineWithoutALinkIsNotAskedForWhenItsLinkComesBackEither) {
+    loseOneRequest();
+    engine.setNodeAdmin(false);
+    link(line, false);
+    engine.setNodeAdmin(true);
+    serveAll();
+    runFor(5s);
+    link(line, true);
+    runFor(5s);
+    EXPECT_EQ("", asked());
+    EXPECT_EQ(PortState::blocked, state(line));
+}
+
+// The server's return has asked for the line already when the link goes.
+TEST_F(RadiusIsaTest, LinkThatGoesJustBeforeALineIsAskedForAgainIsSeen) {
+    loseOneRequest();
+    ASSERT_FALSE(server.probes.empty());
+    loop.post([this] {
+        server.answer(radius_test::ScriptedServer::Sent(server.probes.back()),
+                      node::radius::Code::accessAccept);
+        link(line, false);
+    });
+    runFor(100ms);
+    ASSERT_EQ(node::radius::ServerState::alive, serverState());
+    link(line, true);
+    serveAll();
+    runFor(5s);
+    EXPECT_EQ("", asked());
+    EXPECT_EQ(PortState::blocked, state(line));
+}
+
+TEST_F(RadiusIsaTest, AnswerToTheRequestBeforeALostLinkDoesNotDecideTheNextOne) {
+    addLine(line);
+    begin();
+    link(line, true);
+    frame(line, a);
+    runFor(1ms);
+    ASSERT_EQ("A1", asked());
+    // In one turn of the loop.
+    link(line, false);
+    link(line, true);
+    frame(line, b);
+    ASSERT_EQ(PortState::pending, state(line));
+    serve([](const std::string& name) { return name == "A1"; });
+    server.answer(radius_test::ScriptedServer::Sent(server.requests[0]),
+                  node::radius::Code::accessAccept);
+    EXPECT_EQ(PortState::pending, state(line)) << "nobody has answered for B2";
+    runFor(1s);
+    EXPECT_EQ("B2", asked());
+    EXPECT_EQ(PortState::rejected, state(line));
+}
+
+TEST_F(RadiusIsaTest, RequestThatIsOutdatedBeforeItIsLookedAtIsNotAskedFor) {
+    addLine(line);
+    begin();
+    link(line, true);
+    serveAll();
+    // As a thread of management does it between two turns of the loop.
+    frame(line, a);
+    engine.setAdmin(line, false);
+    engine.setAdmin(line, true);
+    frame(line, b);
+    runFor(1s);
+    EXPECT_EQ("B2", asked());
+    EXPECT_EQ(PortState::open, state(line));
+    EXPECT_EQ(node::Isa::Verdict::accepted, isa.record(line).verdict);
+}
+
+TEST_F(RadiusIsaTest, RequestThatEndsWhileItsLineAsksAgainIsWithdrawnAtTheServers) {
+    config.servers[0].tries = 10;
+    addLine(line);
+    begin();
+    link(line, true);
+    frame(line, a);
+    runFor(1ms);
+    engine.setAdmin(line, false);
+    engine.setAdmin(line, true);
+    frame(line, b);
+    runFor(1ms);
+    EXPECT_EQ("A1 B2", asked());
+    runFor(300ms);
+    EXPECT_EQ(1U, radius->servers().at(0).inFlight);
+}
+
+}  // namespace
