@@ -142,6 +142,7 @@ void RadiusIsa::asked(const rpcTalLoginBlockBll& block, uint32_t request) {
         login.wasOpen = sessions_.isLeft(ifId) || (again != again_.end() && again->second.wasOpen);
     }
     login.grant = {};
+    login.unproven = false;
     submit(ifId);
 }
 
@@ -201,7 +202,7 @@ void RadiusIsa::accepted(unsigned ifId, const radius::Answer& answer) {
     login.grant = std::move(*grant);
     log_.line(ifId, "radius", "accepted by " + answer.server);
     const LoginProfiles profiles = profilesOf(ifId, login.grant.profiles);
-    if (!login.unproven) {
+    if (!(login.open && login.unproven)) {
         giveVerdict(ifId, true, profiles);
         return;
     }
@@ -273,6 +274,7 @@ void RadiusIsa::withdraw(unsigned ifId, Login& login) {
     dropTicket(login);
     stopTimer(login);
     login.asking = false;
+    login.unproven = false;
     isa_.withdraw(ifId);
 }
 

@@ -148,4 +148,51 @@ TEST_F(RadiusIsaTest, RequestThatEndsWhileItsLineAsksAgainIsWithdrawnAtTheServer
     EXPECT_EQ(1U, radius->servers().at(0).inFlight);
 }
 
+// Policy "keep": lines that were open when the node was restarted.
+class KeepTest : public RadiusIsaTest {
+protected:
+    KeepTest() {
+        config.onFailure = node::RadiusConfig::OnFailure::keep;
+        addLine(line);
+    }
+    // As an earlier process left the line, whose stored login is asked for now.
+    void replay() {
+        node::StoredSession left;
+        left.id = "of-before";
+        left.ifId = line;
+        left.began = 1'799'990'000;
+        left.announced = true;
+        left.line.interfaceNumber = line;
+        node::writeSessionFile(config.sessionFile, {left});
+        begin();
+        engine.sendStoredRequest(line);
+        link(line, true);
+    }
+};
+
+TEST_F(KeepTest, LineThatWasOpenIsOpenedAsItWasUntilTheServersHaveTheirWord) {
+    config.userName = "lines of the first-{interface-number}";
+    replay();
+    runFor(3s);
+    EXPECT_EQ(PortState::open, state(line));
+    serve([](const std::string&) { return false; });
+    runFor(3s);
+    EXPECT_EQ(PortState::rejected, state(line));
+}
+
+TEST_F(KeepTest, AcceptAfterAnOpeningThatTheModuleDidNotTakeOpensTheLine) {
+    config.userName = "lines of the first-{interface-number}";
+    replay();
+    takesVerdicts = false;
+    runFor(3s);
+    ASSERT_EQ(PortState::pending, state(line)) << "the module did not take it";
+    takesVerdicts = true;
+    runFor(120s);
+    ASSERT_EQ(PortState::blocked, state(line));
+    serveAll();
+    frame(line, b);
+    runFor(1s);
+    EXPECT_EQ(PortState::open, state(line));
+}
+
 }  // namespace
