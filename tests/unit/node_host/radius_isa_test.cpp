@@ -195,4 +195,71 @@ TEST_F(KeepTest, AcceptAfterAnOpeningThatTheModuleDidNotTakeOpensTheLine) {
     EXPECT_EQ(PortState::open, state(line));
 }
 
+// A line that is open for ten seconds, and another one that finds out that no server lives.
+class SessionTimeoutTest : public RadiusIsaTest {
+protected:
+    void begin(node::RadiusConfig::OnFailure policy) {
+        config.onFailure = policy;
+        addLine(line);
+        addLine(line + 1);
+        RadiusBench::begin();
+        node::radius::AttributeWriter writer;
+        writer.addNumber(node::radius::attribute::sessionTimeout, 10);
+        granted = writer.take();
+        serveAll();
+        link(line, true);
+        frame(line, a);
+        runFor(1s);
+        ASSERT_EQ(PortState::open, state(line));
+        ASSERT_EQ("A1", asked());
+    }
+    void killServers() {
+        fallSilent();
+        link(line + 1, true);
+        frame(line + 1, b);
+        runFor(4s);
+        ASSERT_EQ(node::radius::ServerState::dead, serverState());
+    }
+    size_t ended() const {
+        const std::string text = out.str();
+        size_t count = 0;
+        for (size_t at = 0; (at = text.find("the session is over", at)) != std::string::npos;
+             ++at) {
+            ++count;
+        }
+        return count;
+    }
+};
+
+TEST_F(SessionTimeoutTest, SessionThatIsOverLogsInAgain) {
+    begin(node::RadiusConfig::OnFailure::block);
+    runFor(8s);
+    EXPECT_EQ(0U, ended());
+    runFor(2s);
+    EXPECT_EQ(1U, ended());
+    EXPECT_EQ("A1", asked());
+    EXPECT_EQ(PortState::open, state(line));
+}
+
+TEST_F(SessionTimeoutTest, SessionEndsWithoutServersUnlessThePolicyKeepsIt) {
+    begin(node::RadiusConfig::OnFailure::block);
+    killServers();
+    runFor(8s);
+    EXPECT_EQ(1U, ended());
+    EXPECT_EQ(PortState::pending, state(line));
+}
+
+TEST_F(SessionTimeoutTest, KeptSessionEndsOnlyWhenAServerIsBack) {
+    begin(node::RadiusConfig::OnFailure::keep);
+    killServers();
+    runFor(20s);
+    EXPECT_EQ(0U, ended());
+    EXPECT_EQ(PortState::open, state(line));
+    serveAll();
+    runFor(2s);
+    EXPECT_EQ(1U, ended());
+    EXPECT_EQ(PortState::open, state(line));
+    EXPECT_NE(std::string::npos, asked().find("A1"));
+}
+
 }  // namespace
