@@ -6,7 +6,9 @@
 //
 // A Stop waits for its Start, and the Start of a line's next session for that Stop. In between only
 // one record of a session is under way, and an interim record that finds another one under way is
-// left out. Tested by tests/unit/node_host/sessions_test.cpp; with a real server by
+// left out. Only as many are given to the client as the servers may have at a time and a few more;
+// the others wait here, the oldest first, where the oldest is also dropped when there are too many.
+// Tested by tests/unit/node_host/sessions_test.cpp; with a real server by
 // tests/scenario/radius_node_test.py.
 #include "node/isa/sessions.h"
 
@@ -21,6 +23,7 @@ namespace {
 
 constexpr Time gathering = std::chrono::milliseconds(20);
 constexpr size_t mostSessions = 16384;
+constexpr size_t readyToGo = 64;  // Starts and Stops that wait beyond the windows of the servers
 constexpr Time tryAgain = std::chrono::seconds(5);  // after a full queue or a failed write
 
 using radius::AccountingStatus;
@@ -81,7 +84,11 @@ Sessions::~Sessions() {
 void Sessions::useServers(std::optional<radius::ClientSettings> servers,
                           const radius::LoginFormat& format, Time interim) {
     std::unique_ptr<radius::Client> client;
+    mostUnderWay_ = readyToGo;
     if (servers) {
+        for (const radius::ServerSettings& server : servers->servers) {
+            mostUnderWay_ += server.window;
+        }
         client = std::make_unique<radius::Client>(reactor_, std::move(*servers));
         client->onServerChange([this](const std::string& name, radius::ServerState state) {
             if (changed_) {
@@ -156,14 +163,22 @@ void Sessions::open(unsigned ifId, const radius::Line& line,
 void Sessions::makeRoom() {
     for (auto each = sessions_.begin();
          sessions_.size() >= mostSessions && each != sessions_.end();) {
-        if (each->second.stored.ended != 0 && each->second.ticket == 0) {
+        if (each->second.stored.ended != 0) {
             log_.line(each->second.stored.ifId, "session",
                       each->first + " forgotten: too many wait for a server");
+            dropTicket(each->second);
             each = sessions_.erase(each);
         } else {
             ++each;
         }
     }
+}
+
+void Sessions::dropTicket(Session& session) {
+    if (session.ticket != 0 && client_) {
+        client_->cancel(session.ticket);
+    }
+    session.ticket = 0;
 }
 
 void Sessions::changeClasses(unsigned ifId, const std::vector<radius::Buffer>& classes) {
@@ -256,36 +271,40 @@ void Sessions::flush() {
         });
     }
     write();
-    std::vector<Id> ids;
-    std::set<unsigned> ending;  // lines with a session that has ended
-    for (const auto& [id, session] : sessions_) {
-        ids.push_back(id);
-        if (session.stored.ended != 0) {
-            ending.insert(session.stored.ifId);
-        }
-    }
     bool refused = writeFailed_;
-    for (const Id& id : ids) {
+    size_t room = mostUnderWay_ - std::min(mostUnderWay_, underWay());
+    for (const Id& id : due()) {
+        if (!client_ || room == 0) {
+            break;
+        }
         const Session& session = sessions_.at(id);
-        if (!client_ || session.ticket != 0) {
-            continue;
-        }
-        if (session.stored.ended == 0 && ending.contains(session.stored.ifId)) {
-            continue;
-        }
-        if (!session.stored.announced) {
-            tell(id, AccountingStatus::start);
-        } else if (session.stored.ended != 0) {
-            tell(id, AccountingStatus::stop);
-        } else {
-            continue;
-        }
+        tell(id, session.stored.announced ? AccountingStatus::stop : AccountingStatus::start);
         const auto after = sessions_.find(id);
         refused = refused || (after != sessions_.end() && after->second.ticket == 0);
+        --room;
     }
     if (refused) {
         flushTimer_ = reactor_.at(reactor_.now() + tryAgain, [this] { flush(); });
     }
+}
+
+// Sessions with something to tell that may be told now, the oldest first.
+std::vector<Sessions::Id> Sessions::due() const {
+    std::set<unsigned> ending;  // lines with a session that has ended
+    for (const auto& [id, session] : sessions_) {
+        if (session.stored.ended != 0) {
+            ending.insert(session.stored.ifId);
+        }
+    }
+    std::vector<Id> ids;
+    for (const auto& [id, session] : sessions_) {
+        const bool over = session.stored.ended != 0;
+        const bool waits = !over && ending.contains(session.stored.ifId);
+        if (session.ticket == 0 && !waits && (over || !session.stored.announced)) {
+            ids.push_back(id);
+        }
+    }
+    return ids;
 }
 
 void Sessions::tell(const Id& id, AccountingStatus status) {
@@ -368,6 +387,11 @@ size_t Sessions::untold() const {
         std::count_if(sessions_.begin(), sessions_.end(), [](const auto& each) {
             return !each.second.stored.announced || each.second.stored.ended != 0;
         }));
+}
+
+size_t Sessions::underWay() const {
+    return static_cast<size_t>(std::count_if(sessions_.begin(), sessions_.end(),
+                                             [](const auto& each) { return each.second.ticket; }));
 }
 
 }  // namespace node

@@ -51,7 +51,8 @@ public:
     std::string idOf(unsigned ifId) const;  // of the open session; empty: none
 
     std::vector<radius::ServerStatus> servers() const;
-    size_t untold() const;  // sessions whose Start or Stop no server has taken yet
+    size_t untold() const;    // sessions whose Start or Stop no server has taken yet
+    size_t underWay() const;  // of these, given to the client
 
 private:
     struct Session {
@@ -68,6 +69,8 @@ private:
     const Session* current(unsigned ifId) const;
     Traffic trafficOf(const Session& session) const;
     void makeRoom();
+    void dropTicket(Session& session);
+    std::vector<Id> due() const;
     void end(Session& session, radius::TerminateCause cause);
     void changed();  // to be written, and told, soon
     void flush();
@@ -85,6 +88,7 @@ private:
     std::map<unsigned, Id> current_;       // of each line, not yet ended
     radius::LoginFormat format_;
     Time interim_{0};
+    size_t mostUnderWay_ = 0;
     std::unique_ptr<radius::Client> client_;
     radius::Client::ServerChanged changed_;
     std::optional<Reactor::Timer> flushTimer_;

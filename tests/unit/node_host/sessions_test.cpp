@@ -284,13 +284,52 @@ TEST_F(SessionsTest, WithoutServersNothingIsToldAndOpenSessionsAreRemembered) {
 TEST_F(SessionsTest, ServerThatTakesNothingFillsNeitherMemoryNorDisk) {
     server.refusesChannels = true;
     tellServer();
+    size_t mostUnderWay = 0;
     for (int i = 0; i < 17'000; ++i) {
         open(1);
         sessions->close(1, TerminateCause::adminReset);
+        if (i % 500 == 0) {  // each is written and given to the client in between
+            pass();
+            mostUnderWay = std::max(mostUnderWay, sessions->underWay());
+        }
     }
     EXPECT_LE(sessions->untold(), 16'384U);
+    EXPECT_GT(mostUnderWay, 0U);
+    EXPECT_LE(mostUnderWay, 256U + 64U) << "the window and a few more";
     open(1);
     EXPECT_NE("", sessions->idOf(1));
+    // The oldest were given to the client, and are not told any more.
+    const std::string text = out.str();
+    const size_t dropped = text.find(" forgotten");
+    ASSERT_NE(std::string::npos, dropped);
+    server.refusesChannels = false;
+    server.answersProbes = true;
+    reactor.advance(10 * second);
+    ASSERT_FALSE(server.requests.empty());
+    for (const std::string& each : told()) {
+        const std::string id = each.substr(each.rfind(' ') + 1);
+        EXPECT_EQ(std::string::npos, text.find(id + " forgotten")) << each;
+    }
+}
+
+TEST_F(SessionsTest, MoreThanTheServersMayHaveAtATimeAreToldOneAfterTheOther) {
+    for (unsigned i = 0; i < 1000; ++i) {
+        open(1 + i % 99);
+    }
+    pass();
+    EXPECT_EQ(256U + 64U, sessions->underWay());
+    server.onRequest = [this](const ScriptedServer::Sent& sent) {
+        server.answer(sent, Code::accountingResponse);
+    };
+    reactor.advance(20 * second);
+    EXPECT_EQ(0U, sessions->untold());
+    std::set<std::string> stops;
+    for (const std::string& each : told()) {
+        if (each.starts_with("Stop")) {
+            stops.insert(each);
+        }
+    }
+    EXPECT_EQ(901U, stops.size());
 }
 
 }  // namespace
