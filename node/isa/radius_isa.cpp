@@ -94,6 +94,7 @@ void RadiusIsa::close() {
     }
     listener_.reset();
     client_.reset();
+    sessions_.finish();
 }
 
 // A request and its answer.

@@ -77,7 +77,9 @@ public:
     // off. `request` is the number of the last one raised by then. A request's own word comes
     // before what the module asks because of it.
     void gateMoved(unsigned ifId, Why why, uint32_t request);
-    void close();  // the module is gone: nothing is answered, ended or asked any more
+    // The node ends, and the engine still has its gates: sessions are written, and nothing is
+    // answered, ended or asked any more.
+    void close();
 
     // Any thread.
     void prepare(rpcTalLoginBlockBll& block) override;

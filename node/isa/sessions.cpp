@@ -45,9 +45,15 @@ Traffic sum(const Traffic& a, const Traffic& b) {
             a.inputPackets + b.inputPackets, a.outputPackets + b.outputPackets};
 }
 
-Traffic difference(const Traffic& a, const Traffic& b) {
-    return {a.inputOctets - b.inputOctets, a.outputOctets - b.outputOctets,
-            a.inputPackets - b.inputPackets, a.outputPackets - b.outputPackets};
+// Packets are counted in 32 bits and wrap. Octets do not: with fewer than before the counting began
+// anew, and nothing is known.
+Traffic passedSince(const Traffic& now, const Traffic& then) {
+    if (now.inputOctets < then.inputOctets || now.outputOctets < then.outputOctets) {
+        return {};
+    }
+    return {now.inputOctets - then.inputOctets, now.outputOctets - then.outputOctets,
+            static_cast<uint32_t>(now.inputPackets - then.inputPackets),
+            static_cast<uint32_t>(now.outputPackets - then.outputPackets)};
 }
 
 }  // namespace
@@ -75,10 +81,17 @@ Sessions::Sessions(Reactor& reactor, EventLog& log, Settings settings)
 
 Sessions::~Sessions() {
     if (flushTimer_) {
-        reactor_.cancel(*flushTimer_);
-        client_.reset();
-        write();
+        finish();
     }
+}
+
+void Sessions::finish() {
+    if (flushTimer_) {
+        reactor_.cancel(*flushTimer_);
+        flushTimer_.reset();
+    }
+    client_.reset();
+    write();
 }
 
 void Sessions::useServers(std::optional<radius::ClientSettings> servers,
@@ -126,8 +139,8 @@ const Sessions::Session* Sessions::current(unsigned ifId) const {
 
 Traffic Sessions::trafficOf(const Session& session) const {
     return session.left ? session.before
-                        : sum(session.before,
-                              difference(settings_.trafficOf(session.stored.ifId), session.atOpen));
+                        : sum(session.before, passedSince(settings_.trafficOf(session.stored.ifId),
+                                                          session.atOpen));
 }
 
 void Sessions::open(unsigned ifId, const radius::Line& line,

@@ -29,7 +29,7 @@ public:
     // Reads what an earlier process left: sessions of lines whose login is not known yet. Throws
     // SessionFileError.
     Sessions(Reactor& reactor, EventLog& log, Settings settings);
-    ~Sessions();
+    ~Sessions();  // as finish(), when something was to be written
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
 
@@ -45,6 +45,10 @@ public:
               bool resume);
     void changeClasses(unsigned ifId, const std::vector<radius::Buffer>& classes);
     void close(unsigned ifId, radius::TerminateCause cause);
+
+    // The process ends: open sessions are written with what passed so far, and left to the next
+    // one. Nobody is told anything any more. While trafficOf still knows.
+    void finish();
 
     bool isLeft(unsigned ifId) const;       // by an earlier process, not yet gone on with
     std::set<unsigned> left() const;        // lines of such sessions

@@ -148,6 +148,25 @@ TEST_F(RadiusIsaTest, RequestThatEndsWhileItsLineAsksAgainIsWithdrawnAtTheServer
     EXPECT_EQ(1U, radius->servers().at(0).inFlight);
 }
 
+TEST_F(RadiusIsaTest, EndOfTheNodeSavesWhatPassed) {
+    addLine(line);
+    begin();
+    link(line, true);
+    serveAll();
+    frame(line, a);
+    runFor(1s);
+    ASSERT_EQ(1U, node::readSessionFile(config.sessionFile).size());
+    const node::Traffic before = node::readSessionFile(config.sessionFile)[0].traffic;
+    frame(line, a);
+    frame(line, a);
+    radius->close();
+    const std::vector<node::StoredSession> saved = node::readSessionFile(config.sessionFile);
+    ASSERT_EQ(1U, saved.size());
+    EXPECT_EQ(0, saved[0].ended);
+    EXPECT_EQ(before.inputPackets + 2, saved[0].traffic.inputPackets);
+    EXPECT_GT(saved[0].traffic.inputOctets, before.inputOctets);
+}
+
 // Policy "keep": lines that were open when the node was restarted.
 class KeepTest : public RadiusIsaTest {
 protected:

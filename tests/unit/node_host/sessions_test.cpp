@@ -332,4 +332,60 @@ TEST_F(SessionsTest, MoreThanTheServersMayHaveAtATimeAreToldOneAfterTheOther) {
     EXPECT_EQ(901U, stops.size());
 }
 
+TEST_F(SessionsTest, EndOfTheProcessSavesWhatPassedSinceTheLastChange) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    answer();
+    traffic[7] = {1000, 2000, 10, 20};
+    sessions->finish();
+    traffic[7] = {1, 0, 1, 0};  // of another counting
+    sessions.reset();
+    begin();
+    open(7, true);
+    EXPECT_EQ(id, sessions->idOf(7));
+    traffic[7] = {5, 6, 1, 2};
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    const ScriptedServer::Sent stop = server.requests.back();
+    EXPECT_EQ("Stop 7 " + id, told().back());
+    EXPECT_EQ(1005U, number(stop, attribute::acctInputOctets));
+    EXPECT_EQ(2006U, number(stop, attribute::acctOutputOctets));
+    EXPECT_EQ(11U, number(stop, attribute::acctInputPackets));
+    EXPECT_EQ(22U, number(stop, attribute::acctOutputPackets));
+}
+
+TEST_F(SessionsTest, CountingThatBeginsAnewMakesNoHugeNumbers) {
+    open(7);
+    traffic[7] = {1000, 2000, 10, 20};
+    sessions->close(7, TerminateCause::adminReset);
+    open(7);
+    pass();
+    answer();
+    answer();
+    traffic[7] = {1, 0, 1, 0};
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    const ScriptedServer::Sent stop = server.requests.back();
+    for (const AttributeName name :
+         {attribute::acctInputOctets, attribute::acctInputGigawords, attribute::acctOutputOctets,
+          attribute::acctInputPackets, attribute::acctOutputPackets}) {
+        EXPECT_EQ(0U, number(stop, name));
+    }
+}
+
+TEST_F(SessionsTest, PacketsAreCountedOverTheEndOfTheirThirtyTwoBits) {
+    traffic[7] = {0, 0, 0xfffffff0, 0};
+    open(7);
+    sessions->close(7, TerminateCause::adminReset);
+    open(7);
+    traffic[7] = {1000, 0, 5, 0};
+    pass();
+    answer();
+    answer();
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_EQ(21U, number(server.requests.back(), attribute::acctInputPackets));
+}
+
 }  // namespace
