@@ -217,8 +217,11 @@ std::vector<StoredSession> sessionsFromText(std::string_view text, const std::st
 std::vector<StoredSession> readSessionFile(const std::string& path) {
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
-    if (!std::filesystem::exists(status)) {
+    if (status.type() == std::filesystem::file_type::not_found) {
         return {};
+    }
+    if (!std::filesystem::status_known(status)) {
+        fail(path, error.message());
     }
     if (!std::filesystem::is_regular_file(status)) {
         fail(path, "is not a regular file");

@@ -114,6 +114,18 @@ TEST(SessionFile, IsReplacedAsAWholeAndOnlyItsOwnerMayReadIt) {
     EXPECT_NE(0, stat((path + ".new").c_str(), &status));
 }
 
+TEST(SessionFile, FileThatCannotBeSeenIsNotTakenForNone) {
+    const node_test::TempDir directory;
+    const std::string path = directory.path() + "/sessions";
+    std::filesystem::create_symlink("sessions", path);  // leads nowhere, and not to nothing
+    try {
+        node::readSessionFile(path);
+        ADD_FAILURE() << "taken for no file";
+    } catch (const SessionFileError& error) {
+        EXPECT_THAT(error.what(), HasSubstr(path + ": Too many levels of symbolic links"));
+    }
+}
+
 TEST(SessionFile, FileThatCannotBeReplacedStaysAndIsNamed) {
     const node_test::TempDir directory;
     EXPECT_THROW(node::writeSessionFile(directory.path() + "/none/sessions", {}), SessionFileError);
