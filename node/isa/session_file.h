@@ -30,7 +30,10 @@ struct StoredSession {
     int64_t ended = 0;       // 0: it goes on
     radius::TerminateCause cause = radius::TerminateCause::nasRequest;  // once it has ended
     Traffic traffic;                                                    // when it was written
+    uint32_t seconds = 0;                                               // the same
     radius::Line line;
+    std::string userName;  // as its Start says; empty: written by a node that did not keep it
+    std::string nasPortId;
     std::vector<radius::Buffer> classes;
 };
 

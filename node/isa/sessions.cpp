@@ -26,6 +26,8 @@ constexpr size_t mostSessions = 16384;
 constexpr size_t readyToGo = 64;  // Starts and Stops that wait beyond the windows of the servers
 constexpr Time tryAgain = std::chrono::seconds(5);  // after a full queue or a failed write
 
+constexpr int64_t clockWasSet = 1'577'836'800;  // 2020: earlier times are of a clock that was not
+
 using radius::AccountingStatus;
 
 // Unlike any other of this node, also after its clock was set back.
@@ -56,6 +58,21 @@ Traffic passedSince(const Traffic& now, const Traffic& then) {
             static_cast<uint32_t>(now.outputPackets - then.outputPackets)};
 }
 
+// A text as a template of itself. What would begin a place is put in by one.
+radius::TextTemplate literal(const std::string& text) {
+    std::string escaped;
+    for (const char c : text) {
+        escaped += c == '{' ? "{interface}" : std::string(1, c);
+    }
+    return radius::TextTemplate::parse(escaped).value();
+}
+
+// How long a session that an earlier process left has lasted.
+int64_t secondsLeft(const StoredSession& stored, int64_t now) {
+    const int64_t saved = stored.seconds;
+    return stored.began < clockWasSet ? saved : std::max(saved, now - stored.began);
+}
+
 }  // namespace
 
 Sessions::Sessions(Reactor& reactor, EventLog& log, Settings settings)
@@ -70,6 +87,8 @@ Sessions::Sessions(Reactor& reactor, EventLog& log, Settings settings)
         Session session;
         session.before = stored.traffic;
         session.left = stored.ended == 0;
+        session.secondsBefore = secondsLeft(stored, settings_.wall());
+        session.since = reactor_.now();
         session.stored = std::move(stored);
         const Id id = session.stored.id;
         if (session.left) {
@@ -113,6 +132,9 @@ void Sessions::useServers(std::optional<radius::ClientSettings> servers,
     format_ = format;
     for (auto& [id, session] : sessions_) {
         session.ticket = 0;
+        if (session.stored.userName.empty()) {
+            setNames(session.stored);
+        }
         if (session.nextInterim != Time(0)) {
             interims_.remove(session.nextInterim, session.stored.ifId);
             session.nextInterim = Time(0);
@@ -143,6 +165,27 @@ Traffic Sessions::trafficOf(const Session& session) const {
                                                           session.atOpen));
 }
 
+uint32_t Sessions::secondsOf(const Session& session) const {
+    const int64_t lived = (reactor_.now() - session.since) / std::chrono::seconds(1);
+    return static_cast<uint32_t>(std::clamp<int64_t>(session.secondsBefore + lived, 0, UINT32_MAX));
+}
+
+// The names of a session are those it began with, whatever the configuration says later: a server
+// would not know it by others.
+void Sessions::setNames(StoredSession& stored) const {
+    stored.userName = format_.userName.fill(stored.line, format_.nasIdentifier);
+    stored.nasPortId = format_.nasPortId.fill(stored.line, format_.nasIdentifier);
+}
+
+radius::LoginFormat Sessions::formatOf(const StoredSession& stored, radius::Line& line) const {
+    line = stored.line;
+    line.interfaceName = "{";  // see literal()
+    radius::LoginFormat format = format_;
+    format.userName = literal(stored.userName);
+    format.nasPortId = literal(stored.nasPortId);
+    return format;
+}
+
 void Sessions::open(unsigned ifId, const radius::Line& line,
                     const std::vector<radius::Buffer>& classes, bool resume) {
     if (Session* const before = current(ifId)) {
@@ -164,6 +207,8 @@ void Sessions::open(unsigned ifId, const radius::Line& line,
     session.stored.id = newId(ifId, session.stored.began);
     session.stored.line = line;
     session.stored.classes = classes;
+    setNames(session.stored);
+    session.since = reactor_.now();
     session.atOpen = counted_[ifId];
     log_.line(ifId, "session", session.stored.id + " begins");
     const Id id = session.stored.id;
@@ -209,6 +254,7 @@ void Sessions::close(unsigned ifId, radius::TerminateCause cause) {
 
 void Sessions::end(Session& session, radius::TerminateCause cause) {
     session.stored.traffic = trafficOf(session);
+    session.stored.seconds = secondsOf(session);
     if (!session.left) {
         counted_[session.stored.ifId] = settings_.trafficOf(session.stored.ifId);
     }
@@ -262,6 +308,7 @@ void Sessions::write() {
         stored.push_back(session.stored);
         if (session.stored.ended == 0) {
             stored.back().traffic = trafficOf(session);
+            stored.back().seconds = secondsOf(session);
         }
     }
     try {
@@ -296,7 +343,7 @@ void Sessions::flush() {
         refused = refused || (after != sessions_.end() && after->second.ticket == 0);
         --room;
     }
-    if (refused) {
+    if (refused && !flushTimer_) {
         flushTimer_ = reactor_.at(reactor_.now() + tryAgain, [this] { flush(); });
     }
 }
@@ -326,7 +373,6 @@ void Sessions::tell(const Id& id, AccountingStatus status) {
     const bool over = stored.ended != 0;
     const Traffic traffic = over ? stored.traffic : trafficOf(session);
     const int64_t now = settings_.wall();
-    const int64_t until = over ? stored.ended : now;
     radius::AccountingRecord record;
     record.status = status;
     record.sessionId = id;
@@ -334,20 +380,20 @@ void Sessions::tell(const Id& id, AccountingStatus status) {
                                              : status == AccountingStatus::stop ? stored.ended
                                                                                 : now);
     record.classes = stored.classes;
-    record.sessionSeconds =
-        static_cast<uint32_t>(std::clamp<int64_t>(until - stored.began, 0, UINT32_MAX));
+    record.sessionSeconds = over ? stored.seconds : secondsOf(session);
     record.inputOctets = traffic.inputOctets;
     record.outputOctets = traffic.outputOctets;
     record.inputPackets = static_cast<uint32_t>(traffic.inputPackets);
     record.outputPackets = static_cast<uint32_t>(traffic.outputPackets);
     record.cause = stored.cause;
+    radius::Line line;
+    const radius::LoginFormat format = formatOf(stored, line);
     radius::Request request;
     request.kind = radius::Request::Kind::accounting;
-    std::optional<radius::Buffer> attributes =
-        radius::accountingAttributes(stored.line, format_, record);
+    std::optional<radius::Buffer> attributes = radius::accountingAttributes(line, format, record);
     if (!attributes) {  // the login itself fitted, with less in it
         record.classes.clear();
-        attributes = radius::accountingAttributes(stored.line, format_, record);
+        attributes = radius::accountingAttributes(line, format, record);
     }
     if (!attributes) {
         log_.line(stored.ifId, "session", id + " does not fit into a packet");

@@ -61,8 +61,10 @@ public:
 private:
     struct Session {
         StoredSession stored;
-        Traffic before;  // of earlier processes
-        Traffic atOpen;  // the line's numbers before it began here
+        Traffic before;             // of earlier processes
+        Traffic atOpen;             // the line's numbers before it began here
+        int64_t secondsBefore = 0;  // that it had lived before `since`
+        Time since{0};              // of this process
         bool left = false;
         radius::Client::Ticket ticket = 0;  // of the Start, Interim or Stop under way
         Time nextInterim{0};
@@ -72,6 +74,9 @@ private:
     Session* current(unsigned ifId);
     const Session* current(unsigned ifId) const;
     Traffic trafficOf(const Session& session) const;
+    uint32_t secondsOf(const Session& session) const;
+    void setNames(StoredSession& stored) const;
+    radius::LoginFormat formatOf(const StoredSession& stored, radius::Line& line) const;
     void makeRoom();
     void dropTicket(Session& session);
     std::vector<Id> due() const;

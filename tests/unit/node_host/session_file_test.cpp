@@ -33,6 +33,9 @@ StoredSession full() {
     session.line.vlan = 4095;
     session.line.vendorClass = "udhcp 1.35.0";
     session.line.clientId = "client";
+    session.seconds = 90;
+    session.userName = "node eth 1/7@{nas} ";
+    session.nasPortId = "1/7";
     session.classes = {{1, 2}, {}, {0xff}};
     return session;
 }
@@ -72,10 +75,32 @@ TEST(SessionFile, ReadsWhatItWrote) {
     EXPECT_EQ(wanted.line.mac, read[0].line.mac);
     EXPECT_EQ(wanted.line.address, read[0].line.address);
     EXPECT_EQ(wanted.classes, read[0].classes);
+    EXPECT_EQ(90U, read[0].seconds);
+    EXPECT_EQ(wanted.userName, read[0].userName);
+    EXPECT_EQ("1/7", read[0].nasPortId);
+    EXPECT_EQ("", read[1].userName);
     EXPECT_FALSE(read[1].line.mac);
     EXPECT_FALSE(read[1].line.address);
     EXPECT_TRUE(read[1].classes.empty());
     EXPECT_TRUE(node::sessionsFromText(node::sessionText({}), "FILE").empty());
+}
+
+TEST(SessionFile, FirstFormatIsStillRead) {
+    const std::string both =
+        "a 7 1800000000 1 1800000100 2 1 2 3 4 312f37 6f . . 0 0 . . 0102,.\n"
+        "b 8 1800000000 0 0 10 0 0 0 0 312f38 6f . . 0 0 . . -\nend 2\n";
+    const std::vector<StoredSession> read =
+        node::sessionsFromText("tal sessions 1\n" + both, "FILE");
+    ASSERT_EQ(2U, read.size());
+    EXPECT_EQ(100U, read[0].seconds) << "it has ended";
+    EXPECT_EQ(0U, read[1].seconds);
+    EXPECT_EQ("", read[0].userName);
+    EXPECT_EQ("1/7", read[0].line.interfaceName);
+    EXPECT_EQ(2U, read[0].classes.size());
+    EXPECT_THAT(errorOf("tal sessions 2\n" + both), HasSubstr("is damaged in line 2"));
+    const std::string later = node::sessionText({full()});
+    EXPECT_THAT(errorOf("tal sessions 1" + later.substr(later.find('\n'))),
+                HasSubstr("is damaged in line 2"));
 }
 
 TEST(SessionFile, WhatIsNotWholeIsRefusedWithItsLine) {

@@ -26,10 +26,9 @@ protected:
     // Another process: it counts from zero.
     void begin(Time interim = Time(0)) {
         traffic.clear();
-        sessions.emplace(
-            reactor, log,
-            Sessions::Settings{file, [this](unsigned ifId) { return traffic[ifId]; },
-                               [this] { return 1'800'000'000 + reactor.now() / second; }});
+        sessions.emplace(reactor, log,
+                         Sessions::Settings{file, [this](unsigned ifId) { return traffic[ifId]; },
+                                            [this] { return wall + reactor.now() / second; }});
         tellServer(interim);
     }
     void tellServer(Time interim = Time(0)) {
@@ -95,6 +94,7 @@ protected:
     ScriptedServer server{reactor, "first", "secret of the first"};
     LoginFormat format;
     std::map<unsigned, Traffic> traffic;
+    int64_t wall = 1'800'000'000;
     size_t answered = 0;
     std::optional<Sessions> sessions;
 };
@@ -143,7 +143,7 @@ TEST_F(SessionsTest, StopCarriesWhatWentThroughAndWhy) {
                                   stop.view().first(attribute::classOfLogin)->end()));
     answer();
     EXPECT_EQ(0U, sessions->untold());
-    EXPECT_EQ("tal sessions 1\nend 0\n", contents());
+    EXPECT_EQ("tal sessions 2\nend 0\n", contents());
 }
 
 TEST_F(SessionsTest, StopWaitsForItsStartAndTheNextStartForTheStop) {
@@ -386,6 +386,116 @@ TEST_F(SessionsTest, PacketsAreCountedOverTheEndOfTheirThirtyTwoBits) {
     sessions->close(7, TerminateCause::adminReset);
     pass();
     EXPECT_EQ(21U, number(server.requests.back(), attribute::acctInputPackets));
+}
+
+TEST_F(SessionsTest, RecordsOfASessionCarryTheNamesItBeganWith) {
+    format.userName = *TextTemplate::parse("before-{interface-number}");
+    format.nasPortId = *TextTemplate::parse("port {interface} }");
+    tellServer();
+    open(7);
+    pass();
+    answer();
+    const auto text = [this](AttributeName name) {
+        return textOf(*server.requests.back().view().first(name));
+    };
+    ASSERT_EQ("before-7", text(attribute::userName));
+    format.userName = *TextTemplate::parse("{remote-id}");  // which is not known
+    format.nasPortId = *TextTemplate::parse("other");
+    tellServer();
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    ASSERT_TRUE(told().back().starts_with("Stop 7"));
+    EXPECT_EQ("before-7", text(attribute::userName));
+    EXPECT_EQ("port 1/7 }", text(attribute::nasPortId));
+    EXPECT_EQ("circuit 7", text(attribute::agentCircuitId));
+    // So does the next process.
+    kill();
+    begin();
+    pass();
+    EXPECT_EQ("before-7", text(attribute::userName));
+}
+
+TEST_F(SessionsTest, NamesMayHoldWhatIsAPlaceInATemplate) {
+    Line line;
+    line.interfaceName = "1/7";
+    line.interfaceNumber = 7;
+    line.circuitId = "{mac} {{nas";
+    sessions->open(7, line, {}, false);
+    pass();
+    EXPECT_EQ("{mac} {{nas", textOf(*server.requests.back().view().first(attribute::userName)));
+    EXPECT_EQ("1/7", textOf(*server.requests.back().view().first(attribute::nasPortId)));
+}
+
+TEST_F(SessionsTest, SessionOfTheFirstFormatGetsTheNamesOfTheConfiguration) {
+    sessions.reset();
+    directory.write("sessions",
+                    "tal sessions 1\n"
+                    "of-before 7 1799999000 1 1799999100 2 1 2 3 4 312f37 6f . . 0 0 . . -\n"
+                    "end 1\n");
+    begin();
+    pass();
+    ASSERT_EQ("Stop 7 of-before", told().back());
+    EXPECT_EQ("o", textOf(*server.requests.back().view().first(attribute::userName)));
+    EXPECT_EQ(100U, number(server.requests.back(), attribute::acctSessionTime));
+}
+
+// A record that cannot be sent is dropped, and a refused one is tried again: one timer for both.
+TEST_F(SessionsTest, SessionWithoutANameIsDroppedAndLeavesNoTimerBehind) {
+    server.refusesChannels = true;
+    std::filesystem::remove_all(directory.path());  // nothing can be written: tried again later
+    Line nameless;
+    nameless.interfaceNumber = 8;
+    sessions->open(8, nameless, {}, false);
+    sessions->close(8, TerminateCause::adminReset);
+    open(7);
+    pass();
+    pass();
+    sessions.reset();
+    EXPECT_EQ(0U, reactor.timers());
+    reactor.advance(60 * second);
+}
+
+TEST_F(SessionsTest, ClockThatIsSetWhileASessionLastsDoesNotChangeItsTime) {
+    wall = 100;  // 1970
+    open(7);
+    pass();
+    answer();
+    reactor.advance(30 * second);
+    wall = 1'800'000'000;
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_NEAR(30.0, number(server.requests.back(), attribute::acctSessionTime), 1.0);
+}
+
+TEST_F(SessionsTest, ClockThatWasSetSinceThePreviousProcessDoesNotChangeItsTimeEither) {
+    wall = 100;
+    open(7);
+    pass();
+    answer();
+    reactor.advance(30 * second);
+    sessions->finish();
+    sessions.reset();
+    wall = 1'800'000'000;
+    begin();
+    open(7, true);
+    reactor.advance(10 * second);
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_NEAR(40.0, number(server.requests.back(), attribute::acctSessionTime), 1.0);
+}
+
+TEST_F(SessionsTest, TimeBetweenTwoProcessesBelongsToASession) {
+    open(7);
+    pass();
+    answer();
+    kill();
+    reactor.advance(1000 * second);
+    begin();
+    open(7, true);
+    reactor.advance(10 * second);
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_NEAR(1010.0, number(server.requests.back(), attribute::acctSessionTime), 1.0);
 }
 
 }  // namespace
