@@ -3,7 +3,8 @@
 //   id interface began announced ended cause in-octets out-octets in-packets out-packets
 //   name circuit remote mac address vlan vendor client class,class
 //   seconds user-name port-id
-// Without the last three it is of the first format, which is still read.
+// `announced` is 1 when the Start was taken, 2 when it was only sent. Without the last three and
+// without a 2 it is of the first format, which is still read.
 // The first line names the format and the last one counts the sessions, so that a file that was
 // cut is told from a whole one. The file is replaced by a rename after its contents reached the
 // disk. A file that cannot be read is left as it is: an operator must decide, since beginning
@@ -55,7 +56,10 @@ std::string lineOf(const StoredSession& session) {
     std::ostringstream text;
     const radius::Line& line = session.line;
     const Traffic& traffic = session.traffic;
-    text << session.id << ' ' << session.ifId << ' ' << session.began << ' ' << session.announced
+    text << session.id << ' ' << session.ifId << ' ' << session.began << ' '
+         << (session.announced ? 1
+             : session.sent    ? 2
+                               : 0)
          << ' ' << session.ended << ' ' << static_cast<uint32_t>(session.cause) << ' '
          << traffic.inputOctets << ' ' << traffic.outputOctets << ' ' << traffic.inputPackets << ' '
          << traffic.outputPackets << ' ' << hex(line.interfaceName) << ' ' << hex(line.circuitId)
@@ -136,7 +140,9 @@ std::optional<StoredSession> sessionOf(std::string_view text, bool first) {
     words.require(!session.id.empty() && session.id.size() <= radius::longestValue);
     session.ifId = words.number(99U);
     session.began = words.number(anyTime);
-    session.announced = words.number(1) == 1;
+    const int start = words.number(first ? 1 : 2);
+    session.announced = start == 1;
+    session.sent = first || start != 0;
     session.ended = words.number(anyTime);
     session.cause = static_cast<radius::TerminateCause>(words.number(255U));
     session.traffic = {words.number(any), words.number(any), words.number(any), words.number(any)};

@@ -26,6 +26,7 @@ struct StoredSession {
     std::string id;
     unsigned ifId = 0;
     int64_t began = 0;       // seconds since 1970
+    bool sent = false;       // its Start, so that a server may know of it
     bool announced = false;  // the server has taken its Start
     int64_t ended = 0;       // 0: it goes on
     radius::TerminateCause cause = radius::TerminateCause::nasRequest;  // once it has ended

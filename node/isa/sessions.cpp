@@ -325,16 +325,20 @@ void Sessions::write() {
 void Sessions::flush() {
     flushTimer_.reset();
     if (!client_) {
-        // Nobody will be told; what ended is over.
-        std::erase_if(sessions_, [this](const auto& each) {
-            return each.second.stored.ended != 0 && !each.second.stored.announced;
+        // What nobody knows of is over; a Start that was sent may have been taken.
+        std::erase_if(sessions_, [](const auto& each) {
+            return each.second.stored.ended != 0 && !each.second.stored.sent;
         });
+    }
+    const std::vector<Id> due = client_ ? dueIds() : std::vector<Id>();
+    for (const Id& id : due) {
+        sessions_.at(id).stored.sent = true;  // soon, and the file comes first
     }
     write();
     bool refused = writeFailed_;
     size_t room = mostUnderWay_ - std::min(mostUnderWay_, underWay());
-    for (const Id& id : due()) {
-        if (!client_ || room == 0) {
+    for (const Id& id : due) {
+        if (room == 0) {
             break;
         }
         const Session& session = sessions_.at(id);
@@ -349,7 +353,7 @@ void Sessions::flush() {
 }
 
 // Sessions with something to tell that may be told now, the oldest first.
-std::vector<Sessions::Id> Sessions::due() const {
+std::vector<Sessions::Id> Sessions::dueIds() const {
     std::set<unsigned> ending;  // lines with a session that has ended
     for (const auto& [id, session] : sessions_) {
         if (session.stored.ended != 0) {

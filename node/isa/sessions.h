@@ -79,7 +79,7 @@ private:
     radius::LoginFormat formatOf(const StoredSession& stored, radius::Line& line) const;
     void makeRoom();
     void dropTicket(Session& session);
-    std::vector<Id> due() const;
+    std::vector<Id> dueIds() const;
     void end(Session& session, radius::TerminateCause cause);
     void changed();  // to be written, and told, soon
     void flush();

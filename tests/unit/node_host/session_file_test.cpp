@@ -80,6 +80,11 @@ TEST(SessionFile, ReadsWhatItWrote) {
     EXPECT_EQ("1/7", read[0].nasPortId);
     EXPECT_EQ("", read[1].userName);
     EXPECT_FALSE(read[1].line.mac);
+    EXPECT_FALSE(read[1].announced || read[1].sent);
+    StoredSession onItsWay = bare();
+    onItsWay.sent = true;
+    const StoredSession again = node::sessionsFromText(node::sessionText({onItsWay}), "FILE").at(0);
+    EXPECT_TRUE(again.sent && !again.announced);
     EXPECT_FALSE(read[1].line.address);
     EXPECT_TRUE(read[1].classes.empty());
     EXPECT_TRUE(node::sessionsFromText(node::sessionText({}), "FILE").empty());
@@ -94,6 +99,8 @@ TEST(SessionFile, FirstFormatIsStillRead) {
     ASSERT_EQ(2U, read.size());
     EXPECT_EQ(100U, read[0].seconds) << "it has ended";
     EXPECT_EQ(0U, read[1].seconds);
+    EXPECT_TRUE(read[0].announced);
+    EXPECT_TRUE(read[1].sent) << "it may have been";
     EXPECT_EQ("", read[0].userName);
     EXPECT_EQ("1/7", read[0].line.interfaceName);
     EXPECT_EQ(2U, read[0].classes.size());

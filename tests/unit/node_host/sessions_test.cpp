@@ -498,4 +498,34 @@ TEST_F(SessionsTest, TimeBetweenTwoProcessesBelongsToASession) {
     EXPECT_NEAR(1010.0, number(server.requests.back(), attribute::acctSessionTime), 1.0);
 }
 
+TEST_F(SessionsTest, SessionWhoseStartMayHaveBeenTakenIsStoppedWhenServersAreBack) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    ASSERT_EQ(Told{"Start 7 " + id}, told());
+    sessions->useServers(std::nullopt, format, Time(0));  // with the answer on its way
+    open(8);                                              // nobody hears of this one
+    sessions->close(7, TerminateCause::adminReset);
+    sessions->close(8, TerminateCause::adminReset);
+    pass();
+    server.requests.clear();
+    tellServer();
+    pass();
+    answer();
+    EXPECT_EQ((Told{"Start 7 " + id, "Stop 7 " + id}), told());
+}
+
+TEST_F(SessionsTest, WithoutServersWhatEndedIsForgottenAlsoByTheNextProcess) {
+    sessions->useServers(std::nullopt, format, Time(0));
+    open(7);
+    open(8);
+    pass();
+    sessions.reset();
+    begin();
+    sessions->useServers(std::nullopt, format, Time(0));
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_EQ(1U, node::readSessionFile(file).size());
+}
+
 }  // namespace
