@@ -2,7 +2,8 @@
 // taken, so that a process that dies in between leaves nothing half-told: the next one goes on
 // with a session whose login is replayed and stops the others. What was sent but not known to be
 // taken is sent again under the same session id, which servers recognise. Changes are gathered
-// for a moment, so that many lines at once cost one write.
+// for a moment, so that many lines at once cost one write. A file that cannot be written costs
+// nobody the accounting: servers are told all the same, and only a restart would not know of it.
 //
 // A Stop waits for its Start, and the Start of a line's next session for that Stop. In between only
 // one record of a session is under way, and an interim record that finds another one under way is
@@ -116,10 +117,10 @@ void Sessions::finish() {
 void Sessions::useServers(std::optional<radius::ClientSettings> servers,
                           const radius::LoginFormat& format, Time interim) {
     std::unique_ptr<radius::Client> client;
-    mostUnderWay_ = readyToGo;
+    size_t mostUnderWay = readyToGo;
     if (servers) {
         for (const radius::ServerSettings& server : servers->servers) {
-            mostUnderWay_ += server.window;
+            mostUnderWay += server.window;
         }
         client = std::make_unique<radius::Client>(reactor_, std::move(*servers));
         client->onServerChange([this](const std::string& name, radius::ServerState state) {
@@ -129,6 +130,7 @@ void Sessions::useServers(std::optional<radius::ClientSettings> servers,
         });
     }
     client_ = std::move(client);
+    mostUnderWay_ = mostUnderWay;
     format_ = format;
     for (auto& [id, session] : sessions_) {
         session.ticket = 0;
@@ -313,10 +315,14 @@ void Sessions::write() {
     }
     try {
         writeSessionFile(settings_.file, stored);
+        if (writeFailed_) {
+            log_.line("session", "written again");
+        }
         writeFailed_ = false;
     } catch (const SessionFileError& error) {
         if (!writeFailed_) {
-            log_.line("session", std::string("not written: ") + error.what());
+            log_.line("session",
+                      std::string("not written, servers are told all the same: ") + error.what());
         }
         writeFailed_ = true;
     }

@@ -528,4 +528,29 @@ TEST_F(SessionsTest, WithoutServersWhatEndedIsForgottenAlsoByTheNextProcess) {
     EXPECT_EQ(1U, node::readSessionFile(file).size());
 }
 
+TEST_F(SessionsTest, ServersAreToldAlsoWhenTheFileCannotBeWritten) {
+    std::filesystem::create_directory(file + ".new");  // stands in the way
+    open(7);
+    pass();
+    const std::string id = sessions->idOf(7);
+    EXPECT_EQ(Told{"Start 7 " + id}, told());
+    answer();
+    server.onRequest = [this](const ScriptedServer::Sent& sent) {
+        server.answer(sent, Code::accountingResponse);
+    };
+    sessions->close(7, TerminateCause::adminReset);
+    open(8);
+    pass(6 * second);
+    const Told after = told();
+    EXPECT_EQ(1, std::count(after.begin(), after.end(), "Stop 7 " + id));
+    const std::string before = out.str();
+    const size_t first = before.find("not written, servers are told all the same");
+    ASSERT_NE(std::string::npos, first);
+    EXPECT_EQ(first, before.rfind("not written")) << "said once";
+    std::filesystem::remove(file + ".new");
+    pass(6 * second);
+    EXPECT_NE(std::string::npos, out.str().find("written again"));
+    EXPECT_NE(std::string::npos, contents().find(sessions->idOf(8)));
+}
+
 }  // namespace
