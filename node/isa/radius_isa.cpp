@@ -45,6 +45,12 @@ radius::TerminateCause causeOf(RadiusIsa::Why why) {
     }
 }
 
+radius::DynamicSettings nobodyMayAsk(const RadiusConfig& config) {
+    radius::DynamicSettings settings;
+    settings.window = static_cast<uint32_t>(config.dynamic.window.count());
+    return settings;
+}
+
 bool headerOnly(const rpcTalLoginBlockBll& block) {
     return (block.loginIdType & ~static_cast<unsigned>(talLoginIdCircuitId)) == 0;
 }
@@ -64,7 +70,9 @@ RadiusIsa::RadiusIsa(Loop& loop, EventLog& log, Isa& isa, Lines lines, const Rad
       world_(std::move(world)),
       config_(config),
       secrets_(radiusSecrets(config)),
-      sessions_(loop, log, {config.sessionFile, lines_.traffic, world_.wall}) {
+      sessions_(loop, log, {config.sessionFile, lines_.traffic, world_.wall}),
+      authority_(nobodyMayAsk(config), world_.wall,
+                 [this](const radius::DynamicRequest& request) { return judge(request); }) {
     sessions_.onServerChange([this](const std::string& name, radius::ServerState state) {
         serverChanged(true, name, state);
     });

@@ -70,7 +70,8 @@ public:
     RadiusIsa& operator=(const RadiusIsa&) = delete;
 
     // The configuration may differ where radiusNeedsRestart allows. Requests under way are asked
-    // again when servers changed. Throws ConfigError; then nothing has changed.
+    // again when servers changed. Throws ConfigError or std::system_error; then nothing has
+    // changed.
     void reload(const RadiusConfig& config);
 
     // A line's gate moved, to what Lines::state says, or a closed one lost its link or was switched
@@ -110,7 +111,6 @@ private:
     };
 
     void use(const RadiusConfig& config, RadiusSetup setup);
-    void listen(RadiusSetup& setup);
     void serverChanged(bool accounting, const std::string& name, radius::ServerState state);
     bool anyAlive() const;
 
@@ -157,7 +157,7 @@ private:
     std::optional<radius::Secret> password_;
     Sessions sessions_;
     std::unique_ptr<radius::Client> client_;  // null: the configuration was forgotten
-    std::unique_ptr<radius::DynamicAuthority> authority_;
+    radius::DynamicAuthority authority_;
     std::unique_ptr<radius::DynamicListener> listener_;
     std::map<unsigned, Login> logins_;
     bool open_ = true;

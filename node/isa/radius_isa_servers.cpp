@@ -31,17 +31,28 @@ std::string addressOf(const std::string& host, uint16_t port) {
 
 }  // namespace
 
+// What can fail comes first, and changes nothing.
 void RadiusIsa::use(const RadiusConfig& config, RadiusSetup setup) {
+    const bool listens = !setup.dynamic.clients.empty();
+    std::unique_ptr<radius::DynamicListener> listener;
+    if (listens && !listener_) {
+        const RadiusConfig::Address& address = config.dynamic.listen;
+        listener = std::make_unique<radius::DynamicListener>(
+            loop_, radius::SocketAddress::parse(address.host, address.port).value(), authority_);
+    }
     auto client = std::make_unique<radius::Client>(loop_, std::move(setup.logins));
     client->onServerChange([this](const std::string& name, radius::ServerState state) {
         serverChanged(false, name, state);
     });
+    sessions_.useServers(std::move(setup.accounting), setup.format, config.accounting.interim);
     client_ = std::move(client);
     format_ = setup.format;
     password_ = setup.password;
-    sessions_.useServers(std::move(setup.accounting), format_, config.accounting.interim);
     config_ = config;
-    listen(setup);
+    authority_.use(std::move(setup.dynamic));
+    if (listener || !listens) {
+        listener_ = std::move(listener);
+    }
     for (auto& [ifId, login] : logins_) {
         if (login.asking || (login.unproven && login.open)) {
             login.paced = true;
@@ -49,20 +60,6 @@ void RadiusIsa::use(const RadiusConfig& config, RadiusSetup setup) {
         }
     }
     takeSnapshot();
-}
-
-void RadiusIsa::listen(RadiusSetup& setup) {
-    listener_.reset();
-    authority_.reset();
-    if (setup.dynamic.clients.empty()) {
-        return;
-    }
-    authority_ = std::make_unique<radius::DynamicAuthority>(
-        std::move(setup.dynamic), world_.wall,
-        [this](const radius::DynamicRequest& request) { return judge(request); });
-    const RadiusConfig::Address& address = config_.dynamic.listen;
-    listener_ = std::make_unique<radius::DynamicListener>(
-        loop_, radius::SocketAddress::parse(address.host, address.port).value(), *authority_);
 }
 
 void RadiusIsa::reload(const RadiusConfig& config) {
@@ -74,8 +71,8 @@ void RadiusIsa::reload(const RadiusConfig& config) {
         return;
     }
     RadiusSetup setup = world_.setup(config, secrets, loop_);
-    secrets_ = std::move(secrets);
     use(config, std::move(setup));
+    secrets_ = std::move(secrets);
     log_.line("radius", "servers and what is sent to them as configured; counters begin again");
 }
 

@@ -1,7 +1,12 @@
 // Whom ISA over RADIUS asks for, and whom an answer lets in, whatever becomes of the line in
 // between. Subscribers are A1, B2 and so on, by the end of their MAC addresses.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
+#include <system_error>
+
+#include "node/isa/radius/client/socket.h"
 #include "tests/unit/node_host/radius_bench.h"
 
 namespace {
@@ -165,6 +170,39 @@ TEST_F(RadiusIsaTest, EndOfTheNodeSavesWhatPassed) {
     EXPECT_EQ(0, saved[0].ended);
     EXPECT_EQ(before.inputPackets + 2, saved[0].traffic.inputPackets);
     EXPECT_GT(saved[0].traffic.inputOctets, before.inputOctets);
+}
+
+TEST_F(RadiusIsaTest, ReloadThatFailsChangesNothing) {
+    addLine(line);
+    addLine(line + 1);
+    begin();
+    const node::radius::Socket taken(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(0, bind(taken.get(), reinterpret_cast<const sockaddr*>(&address), size));
+    ASSERT_EQ(0, getsockname(taken.get(), reinterpret_cast<sockaddr*>(&address), &size));
+    link(line, true);
+    frame(line, a);
+    runFor(1ms);
+    node::RadiusConfig next = config;
+    next.userName = "of the next: {mac}";
+    next.dynamic.listen = {"127.0.0.1", ntohs(address.sin_port)};
+    next.dynamic.clients = {{"asker", "127.0.0.1"}};
+    EXPECT_THROW(radius->reload(next), std::system_error);
+    serveAll();
+    server.answer(radius_test::ScriptedServer::Sent(server.requests[0]),
+                  node::radius::Code::accessAccept);
+    EXPECT_EQ(PortState::open, state(line)) << "the request goes on";
+    link(line + 1, true);
+    frame(line + 1, b);
+    runFor(1s);
+    EXPECT_EQ("A1 B2", asked()) << "under the names of before";
+    // The same once more, and this time it can be done.
+    next.dynamic = {};
+    radius->reload(next);
+    EXPECT_NE(std::string::npos, out.str().find("counters begin again"));
 }
 
 // Policy "keep": lines that were open when the node was restarted.
