@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "tests/unit/node_host/temp_dir.h"
 
@@ -131,6 +133,20 @@ TEST(SessionFile, WhatIsNotWholeIsRefusedWithItsLine) {
     EXPECT_THAT(changed("4095", "4096"), HasSubstr("is damaged in line 2"));
     EXPECT_THAT(changed("0102,", "010,"), HasSubstr("is damaged in line 2"));
     EXPECT_THAT(changed("end 1", "end 2"), HasSubstr("is damaged in line 3"));
+}
+
+TEST(SessionFile, FilesOfTheFuzzerAreGoodOrBadAsTheirNamesSay) {
+    size_t good = 0;
+    size_t bad = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(CORPUS)) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::string error = errorOf({std::istreambuf_iterator<char>(file), {}});
+        const bool isGood = entry.path().filename().string().starts_with("good_");
+        EXPECT_EQ(isGood, error == "no error") << entry.path() << ": " << error;
+        ++(isGood ? good : bad);
+    }
+    EXPECT_GE(good, 6U);
+    EXPECT_GE(bad, 15U);
 }
 
 TEST(SessionFile, IsReplacedAsAWholeAndOnlyItsOwnerMayReadIt) {
