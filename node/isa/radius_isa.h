@@ -88,6 +88,8 @@ public:
     void forgetConfiguration() override;
     std::vector<RadiusServerInfo> servers() const;  // at most a quarter of a second old
 
+    size_t untold() const { return sessions_.untold(); }  // as of Sessions; on the loop
+
 private:
     // What is known of a login to ask again for; the event line of the engine does not carry it.
     struct Again {
