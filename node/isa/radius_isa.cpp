@@ -15,7 +15,11 @@
 // Disconnect closes by a rejecting answer to the module, so that the line waits its back-off and
 // then for traffic: whoever was thrown out is not let in again in the same instant. In both cases
 // the stored login stays, as after any reject: a restart asks the servers again.
-// Tested by tests/scenario/radius_node_test.py.
+//
+// A line's requests have numbers, by which the gate's moves and what the module asks because of
+// them are told from those of the request before, however many of them one turn of the loop brings.
+// Whom a request was about is forgotten with the line's link, and when it is switched off.
+// Tested by tests/unit/node_host/radius_isa_test.cpp and tests/scenario/radius_node_test.py.
 #include "node/isa/radius_isa.h"
 
 #include <algorithm>

@@ -250,6 +250,7 @@ void Sessions::changeClasses(unsigned ifId, const std::vector<radius::Buffer>& c
 
 void Sessions::close(unsigned ifId, radius::TerminateCause cause) {
     if (Session* const session = current(ifId)) {
+        session->left = false;  // its gate may have been held open for it: what passed is its own
         end(*session, cause);
     }
 }

@@ -553,4 +553,26 @@ TEST_F(SessionsTest, ServersAreToldAlsoWhenTheFileCannotBeWritten) {
     EXPECT_NE(std::string::npos, contents().find(sessions->idOf(8)));
 }
 
+// The gate stays open for a replay, which is then refused.
+TEST_F(SessionsTest, WhatPassesBeforeALeftSessionEndsIsItsOwnAndNotTheNextOnes) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    answer();
+    kill();
+    begin();
+    traffic[7] = {500, 0, 5, 0};
+    sessions->close(7, TerminateCause::nasReboot);
+    traffic[7] = {530, 0, 6, 0};
+    open(7);
+    pass();
+    ASSERT_EQ("Stop 7 " + id, told().back());
+    EXPECT_EQ(500U, number(server.requests.back(), attribute::acctInputOctets));
+    answer();
+    answer();
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_EQ(30U, number(server.requests.back(), attribute::acctInputOctets));
+}
+
 }  // namespace
