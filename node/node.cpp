@@ -382,11 +382,11 @@ void Node::showProgress() {
 void Node::stop() {
     management_.reset();
     isa_.close();
+    if (radius_) {
+        radius_->close();  // while the gates say what passed
+    }
     if (live_) {
         live_->end();  // what the module still does on its way out moves no gate
-    }
-    if (radius_) {
-        radius_->close();
     }
     for (const std::string& name : stopEntities(order_)) {
         log_.line("module", "entity \"" + name + "\" did not stop cleanly");

@@ -1,5 +1,5 @@
-// What the node does for ISA over RADIUS: it tells ISA what becomes of gates and lets it ask for
-// and end logins. What the engine tells on any thread goes through the loop, in its order.
+#include "node/radius.h"
+
 #include <algorithm>
 
 #include "node/node.h"
@@ -19,17 +19,26 @@ RadiusIsa::Why whyOf(Cause cause) {
             return RadiusIsa::Why::switchedOff;
         case Cause::ended:
             return RadiusIsa::Why::ended;
+        case Cause::traffic:
+        case Cause::storedRequest:
+        case Cause::automaticRequest:
+            return RadiusIsa::Why::raised;
         default:
             return RadiusIsa::Why::answered;
     }
 }
 
-RadiusIsa::Gate gateOf(const Engine& engine, unsigned ifId) {
-    PortState state = PortState::blocked;
-    engine.read(ifId, [&state](const Port& port) { state = port.state(); });
-    return state == PortState::open      ? RadiusIsa::Gate::open
-           : state == PortState::pending ? RadiusIsa::Gate::asking
-                                         : RadiusIsa::Gate::closed;
+RadiusIsa::LineState stateOf(const Engine& engine, unsigned ifId) {
+    RadiusIsa::LineState state;
+    engine.read(ifId, [&state](const Port& port) {
+        state.gate = port.state() == PortState::open      ? RadiusIsa::Gate::open
+                     : port.state() == PortState::pending ? RadiusIsa::Gate::asking
+                                                          : RadiusIsa::Gate::closed;
+        state.request = port.requests();
+        state.replays = port.raisedBy() == Cause::storedRequest;
+        state.on = port.link() && port.active();
+    });
+    return state;
 }
 
 Traffic trafficOf(const Engine& engine, unsigned ifId) {
@@ -39,32 +48,34 @@ Traffic trafficOf(const Engine& engine, unsigned ifId) {
 
 }  // namespace
 
-void Node::useRadius(const RadiusConfig& config) {
+RadiusIsa::Lines radiusLines(Engine& engine) {
     RadiusIsa::Lines lines;
-    lines.gate = [this](unsigned ifId) { return gateOf(engine_, ifId); };
-    lines.replays = [this](unsigned ifId) {
-        bool stored = false;
-        engine_.read(ifId, [&stored](const Port& port) {
-            stored = port.raisedBy() == Cause::storedRequest;
-        });
-        return stored;
-    };
-    lines.traffic = [this](unsigned ifId) { return trafficOf(engine_, ifId); };
+    lines.state = [&engine](unsigned ifId) { return stateOf(engine, ifId); };
+    lines.traffic = [&engine](unsigned ifId) { return trafficOf(engine, ifId); };
+    lines.ask = [&engine](unsigned ifId) { (void)engine.sendStoredRequest(ifId); };
+    lines.end = [&engine](unsigned ifId) { engine.end(ifId); };
+    return lines;
+}
+
+void tellMoves(Engine& engine, Loop& loop, RadiusIsa& isa) {
+    engine.onMoved([&loop, &isa](unsigned ifId, Cause cause, uint32_t request) {
+        loop.post([&isa, ifId, why = whyOf(cause), request] { isa.gateMoved(ifId, why, request); });
+    });
+}
+
+void Node::useRadius(const RadiusConfig& config) {
+    RadiusIsa::Lines lines = radiusLines(engine_);
     lines.name = [this](unsigned ifId) {
         const auto line = std::find_if(lines_.begin(), lines_.end(),
                                        [ifId](const PlayedLine& each) { return each.id == ifId; });
         return line == lines_.end() ? std::string() : line->name;
     };
-    lines.ask = [this](unsigned ifId) { (void)engine_.sendStoredRequest(ifId); };
-    lines.end = [this](unsigned ifId) { engine_.end(ifId); };
     lines.profiles = [this](unsigned ifId, const LoginProfiles& profiles) {
         createProfiles(ifId, profiles);
     };
     radius_ = std::make_unique<RadiusIsa>(loop_, log_, isa_, std::move(lines), config);
     isa_.useAuthority(*radius_);
-    engine_.onMoved([this](unsigned ifId, PortState, Cause cause) {
-        loop_.post([this, ifId, why = whyOf(cause)] { radius_->gateMoved(ifId, why); });
-    });
+    tellMoves(engine_, loop_, *radius_);
 }
 
 }  // namespace node

@@ -22,7 +22,7 @@ Engine::Followup Engine::followupOf(unsigned ifId, Line& line, Port::Outcome out
     if (line.gates) {
         moveGate(ifId, line, outcome, ofFrame);
     }
-    Followup followup{ifId, std::move(outcome), {}, {}};
+    Followup followup{ifId, std::move(outcome), line.port.requests(), {}, {}};
     if (followup.outcome.moved() && line.timeout) {
         loop_.cancel(*line.timeout);
         line.timeout.reset();
@@ -70,7 +70,7 @@ void Engine::carryOut(Followup followup, std::span<const uint8_t> frame) {
     if (!followup.trapText.empty()) {
         log_.line(followup.ifId, "trap", followup.trapText);
     }
-    tellMove(followup.ifId, outcome);
+    tellMove(followup);
     if (forward_) {
         for (const Port::Bytes& kept : outcome.forward) {
             forward_(followup.ifId, kept);
@@ -84,10 +84,18 @@ void Engine::carryOut(Followup followup, std::span<const uint8_t> frame) {
     }
 }
 
-void Engine::tellMove(unsigned ifId, const Port::Outcome& outcome) {
-    if (!outcome.moved()) {
-        return;
+void Engine::tellMove(const Followup& followup) {
+    const Port::Outcome& outcome = followup.outcome;
+    if (outcome.moved()) {
+        logMove(followup.ifId, outcome);
     }
+    if (moved_ && (outcome.moved() || outcome.cause == Cause::linkLoss ||
+                   outcome.cause == Cause::switchedOff)) {
+        moved_(followup.ifId, outcome.cause, followup.request);
+    }
+}
+
+void Engine::logMove(unsigned ifId, const Port::Outcome& outcome) {
     std::string text(portStateName(outcome.from));
     text.append(" -> ").append(portStateName(outcome.to));
     text.append(" (").append(causeName(outcome.cause)).append(")");
@@ -96,9 +104,6 @@ void Engine::tellMove(unsigned ifId, const Port::Outcome& outcome) {
                 (outcome.forward.size() == 1 ? "" : "s") + " forwarded";
     }
     log_.line(ifId, "gate", text);
-    if (moved_) {
-        moved_(ifId, outcome.to, outcome.cause);
-    }
 }
 
 bool Engine::apply(unsigned ifId, const Input& input) {
@@ -277,9 +282,12 @@ Engine::Passed Engine::passed(unsigned ifId) const {
     if (!line.gates) {
         return {line.port.forwardedOctets(), 0, frames, 0};
     }
-    // Kept frames pass the gate in the kernel once more.
+    // Kept frames pass the gate in the kernel once more. Totals of a gate outlive processes.
     const LineGates::Totals totals = line.gates->totals(ifId);
-    return {totals.inwardOctets, totals.outwardOctets, frames, totals.passedOutward};
+    const LineGates::Totals& before = line.before;
+    return {totals.inwardOctets - before.inwardOctets, totals.outwardOctets - before.outwardOctets,
+            frames - before.counters[static_cast<size_t>(Counter::forwarded)],
+            totals.passedOutward - before.passedOutward};
 }
 
 }  // namespace node

@@ -24,7 +24,8 @@ class Engine {
 public:
     using RaiseEvent = std::function<void(const std::string& line)>;
     using Forward = std::function<void(unsigned ifId, std::span<const uint8_t> frame)>;
-    using Moved = std::function<void(unsigned ifId, PortState to, Cause cause)>;
+    // `request`: how many the line had raised by then, so that one is told from the next.
+    using Moved = std::function<void(unsigned ifId, Cause cause, uint32_t request)>;
 
     struct LineStatus {
         PortState state = PortState::blocked;
@@ -40,7 +41,8 @@ public:
     Engine(Loop& loop, EventLog& log) : loop_(loop), log_(log) {}
 
     // Wiring, before anything else. `raise` is called on the loop, `forward` from frame() or
-    // a reply with frames that pass an open gate, `moved` on any thread and not under the lock.
+    // a reply with frames that pass an open gate, `moved` on any thread and not under the lock;
+    // it is also told of a lost link and of switching off that found the gate closed.
     void onEvent(RaiseEvent raise) { raise_ = std::move(raise); }
     void onForward(Forward forward) { forward_ = std::move(forward); }
     void onMoved(Moved moved) { moved_ = std::move(moved); }
@@ -49,7 +51,10 @@ public:
     // From here on the line's gate is one of `gates` and does what the port does; empty: none,
     // it stays as it is. A gate that is open stays so only for the replay of a stored login;
     // whether this one does. `gates` must outlive its lines here.
+    // What went through the gate until now is not counted by passed().
     bool gateBy(unsigned ifId, LineGates* gates);
+    // The same for a line whose interface came only after gateBy().
+    void passedBegins(unsigned ifId);
     // The line's interface is new: the gate gets the line's state, rules and traps again.
     void renewGate(unsigned ifId);
 
@@ -86,7 +91,8 @@ public:
     // The port's and the gate's. Empty: no such line.
     std::optional<Counters> counters(unsigned ifId) const;
 
-    // What passed the line's gate. Frames to the subscriber are seen by gates in the kernel only.
+    // What passed the line's gate in this process. Frames to the subscriber are seen by gates in
+    // the kernel only.
     struct Passed {
         uint64_t inwardOctets = 0;
         uint64_t outwardOctets = 0;
@@ -102,6 +108,7 @@ private:
         std::optional<Loop::Timer> timeout;  // of the request that is open
         std::string trapRule;                // the rule that matched last
         LineGates* gates = nullptr;
+        LineGates::Totals before;              // of the gate when this process got it
         RuleBook::Conditions told;             // the rules that the gate has
         uint32_t armed = 0;                    // traps that it was given last
         std::optional<Loop::Timer> nextTraps;  // when the back-off after a reject ends
@@ -110,6 +117,7 @@ private:
     struct Followup {
         unsigned ifId = 0;
         Port::Outcome outcome;
+        uint32_t request = 0;  // the line's last by then
         std::string eventLine;
         std::string trapText;
     };
@@ -122,7 +130,8 @@ private:
     void tellRules();
     static Counters sumOf(unsigned ifId, const Line& line);
     void carryOut(Followup followup, std::span<const uint8_t> frame = {});
-    void tellMove(unsigned ifId, const Port::Outcome& outcome);
+    void tellMove(const Followup& followup);
+    void logMove(unsigned ifId, const Port::Outcome& outcome);
     void expire(unsigned ifId);
 
     Loop& loop_;

@@ -76,10 +76,19 @@ bool Engine::gateBy(unsigned ifId, LineGates* gates) {
             return false;
         }
         found->second.gates = gates;
+        found->second.before = gates ? gates->totals(ifId) : LineGates::Totals{};
         held = gates && gates->gate(ifId) == Gate::open && found->second.port.holdOpen();
     }
     renewGate(ifId);
     return held;
+}
+
+void Engine::passedBegins(unsigned ifId) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = lines_.find(ifId);
+    if (found != lines_.end() && found->second.gates) {
+        found->second.before = found->second.gates->totals(ifId);
+    }
 }
 
 void Engine::renewGate(unsigned ifId) {

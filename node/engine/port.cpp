@@ -116,7 +116,7 @@ Port::Outcome Port::block(Cause cause, Time now) {
     forget();
     held_ = false;
     if (state_ == PortState::blocked) {
-        return unchanged();
+        return {state_, state_, cause, {}, false};
     }
     return moveTo(PortState::blocked, cause, now);
 }

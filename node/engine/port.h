@@ -49,6 +49,7 @@ public:
     using Bytes = std::vector<uint8_t>;
 
     // What an input led to. A request was raised when `to` is pending and differs from `from`.
+    // A lost link and switching off are a cause also when the gate was closed already.
     struct Outcome {
         PortState from = PortState::blocked;
         PortState to = PortState::blocked;
@@ -75,6 +76,7 @@ public:
     Outcome end(Time now);                 // closes the gate; the next request may follow at once
     std::optional<Time> deadline() const;  // of the request that is open
     Cause raisedBy() const { return raisedBy_; }  // why the last request was raised
+    uint32_t requests() const { return counters_[Counter::requestsRaised]; }  // tells them apart
 
     // A gate in the kernel. One that was found open stays so while a stored request is on its
     // way and until its end; false: there is none, the gate closes.
@@ -95,6 +97,7 @@ public:
     void setMaxQueue(uint32_t frames) { maxQueue_ = frames; }  // of frames kept later
 
     bool admin() const { return admin_; }
+    bool active() const { return nodeAdmin_ && admin_; }
     bool stageAdmin(Stage stage) const { return part(stage).admin; }
     bool stageOper(Stage stage) const { return part(stage).operUp; }
     bool autoRequest() const { return autoRequest_; }
@@ -117,7 +120,6 @@ private:
 
     Part& part(Stage stage) { return parts_[static_cast<size_t>(stage)]; }
     const Part& part(Stage stage) const { return parts_[static_cast<size_t>(stage)]; }
-    bool active() const { return nodeAdmin_ && admin_; }
     bool canAsk() const;
     bool anyStage() const;
     bool allAccepted() const;

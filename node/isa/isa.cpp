@@ -99,8 +99,10 @@ void Isa::give(unsigned ifId, const IsaAnswer& answer) {
 void Isa::withdraw(unsigned ifId) {
     const std::lock_guard<std::mutex> lock(mutex_);
     Line& line = lines_[ifId];
-    line.waiting = false;
-    line.record.verdict = Verdict::neverAnswered;
+    if (line.waiting) {
+        line.waiting = false;
+        line.record.verdict = Verdict::neverAnswered;
+    }
 }
 
 void Isa::talMode(bool on) {

@@ -62,7 +62,7 @@ public:
     void close();  // the module is gone: answers that are still due are dropped
 
     // On the loop, from an authority. A verdict for a line, asked for or not; and a request that
-    // nobody waits for any more, so that the next one is asked.
+    // nobody waits for any more, if there is one, so that the next one is asked.
     void answer(unsigned ifId, const IsaAnswer& answer) { give(ifId, answer); }
     void withdraw(unsigned ifId);
 

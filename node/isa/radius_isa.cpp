@@ -15,7 +15,11 @@
 // Disconnect closes by a rejecting answer to the module, so that the line waits its back-off and
 // then for traffic: whoever was thrown out is not let in again in the same instant. In both cases
 // the stored login stays, as after any reject: a restart asks the servers again.
-// Tested by tests/scenario/radius_node_test.py.
+//
+// A line's requests have numbers, by which the gate's moves and what the module asks because of
+// them are told from those of the request before, however many of them one turn of the loop brings.
+// Whom a request was about is forgotten with the line's link, and when it is switched off.
+// Tested by tests/unit/node_host/radius_isa_test.cpp and tests/scenario/radius_node_test.py.
 #include "node/isa/radius_isa.h"
 
 #include <algorithm>
@@ -31,30 +35,8 @@ namespace node {
 
 namespace {
 
-constexpr Time snapshotEvery = std::chrono::milliseconds(250);
 constexpr Time leftAtMost = std::chrono::minutes(5);
 constexpr Time queueFull = std::chrono::seconds(1);
-
-int64_t wallSeconds() {
-    return std::time(nullptr);
-}
-
-std::string_view stateName(radius::ServerState state) {
-    switch (state) {
-        case radius::ServerState::alive:
-            return "alive";
-        case radius::ServerState::dead:
-            return "dead";
-        case radius::ServerState::trial:
-            return "tried with one request";
-    }
-    return "";
-}
-
-std::string addressOf(const std::string& host, uint16_t port) {
-    return (host.find(':') == std::string::npos ? host : '[' + host + ']') + ':' +
-           std::to_string(port);
-}
 
 radius::TerminateCause causeOf(RadiusIsa::Why why) {
     switch (why) {
@@ -67,24 +49,38 @@ radius::TerminateCause causeOf(RadiusIsa::Why why) {
     }
 }
 
+radius::DynamicSettings nobodyMayAsk(const RadiusConfig& config) {
+    radius::DynamicSettings settings;
+    settings.window = static_cast<uint32_t>(config.dynamic.window.count());
+    return settings;
+}
+
 bool headerOnly(const rpcTalLoginBlockBll& block) {
     return (block.loginIdType & ~static_cast<unsigned>(talLoginIdCircuitId)) == 0;
 }
 
 }  // namespace
 
-RadiusIsa::RadiusIsa(Loop& loop, EventLog& log, Isa& isa, Lines lines, const RadiusConfig& config)
+RadiusIsa::World RadiusIsa::realWorld() {
+    return {radiusSetup, [] { return static_cast<int64_t>(std::time(nullptr)); }};
+}
+
+RadiusIsa::RadiusIsa(Loop& loop, EventLog& log, Isa& isa, Lines lines, const RadiusConfig& config,
+                     World world)
     : loop_(loop),
       log_(log),
       isa_(isa),
       lines_(std::move(lines)),
+      world_(std::move(world)),
       config_(config),
       secrets_(radiusSecrets(config)),
-      sessions_(loop, log, {config.sessionFile, lines_.traffic, wallSeconds}) {
+      sessions_(loop, log, {config.sessionFile, lines_.traffic, world_.wall}),
+      authority_(nobodyMayAsk(config), world_.wall,
+                 [this](const radius::DynamicRequest& request) { return judge(request); }) {
     sessions_.onServerChange([this](const std::string& name, radius::ServerState state) {
         serverChanged(true, name, state);
     });
-    use(config, radiusSetup(config, secrets_, loop_));
+    use(config, world_.setup(config, secrets_, loop_));
     keepSnapshot();
     if (!sessions_.left().empty()) {
         leftTimer_ = loop_.at(loop_.now() + leftAtMost, [this] { lookForLeft(); });
@@ -110,95 +106,7 @@ void RadiusIsa::close() {
     }
     listener_.reset();
     client_.reset();
-}
-
-// Configuration.
-
-void RadiusIsa::use(const RadiusConfig& config, RadiusSetup setup) {
-    auto client = std::make_unique<radius::Client>(loop_, std::move(setup.logins));
-    client->onServerChange([this](const std::string& name, radius::ServerState state) {
-        serverChanged(false, name, state);
-    });
-    client_ = std::move(client);
-    format_ = setup.format;
-    password_ = setup.password;
-    sessions_.useServers(std::move(setup.accounting), format_, config.accounting.interim);
-    config_ = config;
-    listen(setup);
-    for (auto& [ifId, login] : logins_) {
-        if (login.asking || (login.unproven && login.open)) {
-            login.paced = true;
-            submit(ifId);
-        }
-    }
-    takeSnapshot();
-}
-
-void RadiusIsa::listen(RadiusSetup& setup) {
-    listener_.reset();
-    authority_.reset();
-    if (setup.dynamic.clients.empty()) {
-        return;
-    }
-    authority_ = std::make_unique<radius::DynamicAuthority>(
-        std::move(setup.dynamic), wallSeconds,
-        [this](const radius::DynamicRequest& request) { return judge(request); });
-    const RadiusConfig::Address& address = config_.dynamic.listen;
-    listener_ = std::make_unique<radius::DynamicListener>(
-        loop_, radius::SocketAddress::parse(address.host, address.port).value(), *authority_);
-}
-
-void RadiusIsa::reload(const RadiusConfig& config) {
-    radius::Secrets secrets = radiusSecrets(config);
-    const bool overTls = std::any_of(config.servers.begin(), config.servers.end(),
-                                     [](const RadiusConfig::Server& server) { return server.tls; });
-    // Certificates may be new under their old names.
-    if (client_ && config == config_ && sameSecrets(secrets, secrets_) && !overTls) {
-        return;
-    }
-    RadiusSetup setup = radiusSetup(config, secrets, loop_);
-    secrets_ = std::move(secrets);
-    use(config, std::move(setup));
-    log_.line("radius", "servers and what is sent to them as configured; counters begin again");
-}
-
-void RadiusIsa::forgetConfiguration() {
-    loop_.post([this] {
-        if (!open_) {
-            return;
-        }
-        client_.reset();
-        for (auto& [ifId, login] : logins_) {
-            login.ticket = 0;
-        }
-        listener_.reset();
-        sessions_.useServers(std::nullopt, format_, Time(0));
-        takeSnapshot();
-        log_.line("radius", "configuration cleared: nobody is asked until it is read again");
-    });
-}
-
-void RadiusIsa::serverChanged(bool accounting, const std::string& name, radius::ServerState state) {
-    log_.line("radius", (accounting ? "accounting server " : "server ") + name + " is " +
-                            std::string(stateName(state)));
-    takeSnapshot();
-    if (accounting || state == radius::ServerState::dead) {
-        return;
-    }
-    for (auto& [ifId, login] : logins_) {
-        if (login.wanted) {
-            // Not from here, where the client is at work.
-            loop_.post([this, id = ifId] { askAgain(id); });
-        }
-    }
-}
-
-bool RadiusIsa::anyAlive() const {
-    const std::vector<radius::ServerStatus> servers =
-        client_ ? client_->status() : std::vector<radius::ServerStatus>();
-    return std::any_of(servers.begin(), servers.end(), [](const radius::ServerStatus& server) {
-        return server.state != radius::ServerState::dead;
-    });
+    sessions_.finish();
 }
 
 // A request and its answer.
@@ -215,12 +123,21 @@ void RadiusIsa::prepare(rpcTalLoginBlockBll& block) {
 }
 
 void RadiusIsa::ask(const rpcTalLoginBlockBll& block) {
-    loop_.post([this, block] { asked(block); });
+    uint32_t request = 0;
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        request = raised_[block.interface];
+    }
+    loop_.post([this, block, request] { asked(block, request); });
 }
 
-void RadiusIsa::asked(const rpcTalLoginBlockBll& block) {
+void RadiusIsa::asked(const rpcTalLoginBlockBll& block, uint32_t request) {
     const unsigned ifId = block.interface;
-    if (!open_ || lines_.gate(ifId) != Gate::asking) {
+    const LineState state = lines_.state(ifId);
+    if (!open_ || isOutdated(ifId, request)) {
+        return;  // and was withdrawn
+    }
+    if (state.gate != Gate::asking || state.request != request) {
         isa_.withdraw(ifId);  // given up before it was looked at
         return;
     }
@@ -228,8 +145,9 @@ void RadiusIsa::asked(const rpcTalLoginBlockBll& block) {
     stopTimer(login);
     login.wanted = false;
     login.block = block;
+    login.request = request;
     login.asking = true;
-    login.paced = lines_.replays(ifId);
+    login.paced = state.replays;
     login.wasOpen = false;
     if (login.paced) {
         const std::lock_guard<std::mutex> lock(mutex_);
@@ -237,6 +155,7 @@ void RadiusIsa::asked(const rpcTalLoginBlockBll& block) {
         login.wasOpen = sessions_.isLeft(ifId) || (again != again_.end() && again->second.wasOpen);
     }
     login.grant = {};
+    login.unproven = false;
     submit(ifId);
 }
 
@@ -296,7 +215,7 @@ void RadiusIsa::accepted(unsigned ifId, const radius::Answer& answer) {
     login.grant = std::move(*grant);
     log_.line(ifId, "radius", "accepted by " + answer.server);
     const LoginProfiles profiles = profilesOf(ifId, login.grant.profiles);
-    if (!login.unproven) {
+    if (!(login.open && login.unproven)) {
         giveVerdict(ifId, true, profiles);
         return;
     }
@@ -324,6 +243,9 @@ void RadiusIsa::giveVerdict(unsigned ifId, bool accepted, const LoginProfiles& p
         return;
     }
     Login& login = logins_[ifId];
+    if (login.asking && !isCurrent(ifId, login)) {
+        return;  // the next request of the line has begun, or none will
+    }
     login.asking = false;
     isa_.answer(ifId, {accepted, std::chrono::milliseconds(0), profiles});
 }
@@ -335,24 +257,59 @@ void RadiusIsa::dropTicket(Login& login) {
     login.ticket = 0;
 }
 
-void RadiusIsa::withdraw(unsigned ifId, Login& login, Why why) {
+bool RadiusIsa::isOutdated(unsigned ifId, uint32_t request) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return raised_[ifId] != request;
+}
+
+bool RadiusIsa::isCurrent(unsigned ifId, const Login& login) const {
+    const LineState state = lines_.state(ifId);
+    return state.gate == Gate::asking && state.request == login.request;
+}
+
+// What was still waiting is of an earlier request; its answer must not decide this one.
+void RadiusIsa::newRequest(unsigned ifId, Login& login, uint32_t request) {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        uint32_t& raised = raised_[ifId];
+        if (static_cast<int32_t>(request - raised) <= 0) {
+            return;  // two threads moved the gate, and this word of it comes late
+        }
+        raised = request;
+    }
+    isa_.withdraw(ifId);
+    if (login.asking) {
+        withdraw(ifId, login);
+    }
+}
+
+void RadiusIsa::withdraw(unsigned ifId, Login& login) {
     dropTicket(login);
     stopTimer(login);
     login.asking = false;
+    login.unproven = false;
     isa_.withdraw(ifId);
-    if (why == Why::timeout) {
-        want(ifId, login);
+}
+
+LoginProfiles RadiusIsa::profilesOf(unsigned ifId, const std::vector<std::string>& texts) {
+    const GrantedProfiles granted = grantedProfiles(texts);
+    for (const std::string& problem : granted.problems) {
+        log_.line(ifId, "profile", "none for " + problem);
     }
+    return granted.profiles;
 }
 
 // Gates and sessions.
 
-void RadiusIsa::gateMoved(unsigned ifId, Why why) {
+void RadiusIsa::gateMoved(unsigned ifId, Why why, uint32_t request) {
     if (!open_) {
         return;
     }
     Login& login = logins_[ifId];
-    const Gate gate = lines_.gate(ifId);
+    if (why == Why::raised) {
+        newRequest(ifId, login, request);
+    }
+    const Gate gate = lines_.state(ifId).gate;
     if (gate == Gate::open) {
         if (!login.open) {
             opened(ifId, login);
@@ -362,22 +319,17 @@ void RadiusIsa::gateMoved(unsigned ifId, Why why) {
     if (login.open) {
         closed(ifId, login, why);
     }
-    if (gate == Gate::asking) {
-        return;
+    if (login.asking && !isCurrent(ifId, login)) {
+        withdraw(ifId, login);
+        if (why == Why::timeout) {
+            want(ifId, login);
+        }
     }
-    if (login.asking) {
-        withdraw(ifId, login, why);
+    // Also when the line asks again already: not whom the last request was about.
+    if (why == Why::linkLost || why == Why::switchedOff ||
+        (why == Why::answered && gate == Gate::closed)) {
+        forget(ifId, login, request);
     }
-    if (why == Why::timeout || why == Why::ended) {
-        return;
-    }
-    stopTimer(login);
-    login.wanted = false;
-    if (sessions_.isLeft(ifId)) {
-        sessions_.close(ifId, radius::TerminateCause::nasReboot);
-    }
-    const std::lock_guard<std::mutex> lock(mutex_);
-    again_.erase(ifId);
 }
 
 void RadiusIsa::opened(unsigned ifId, Login& login) {
@@ -406,6 +358,20 @@ void RadiusIsa::closed(unsigned ifId, Login& login, Why why) {
     login.endCause.reset();
 }
 
+// Whoever was there may not be the next one. What an earlier process left stays for its replay
+// until the line has asked once.
+void RadiusIsa::forget(unsigned ifId, Login& login, uint32_t request) {
+    if (!login.asking) {
+        stopTimer(login);
+    }
+    login.wanted = false;
+    if (request != 0 && sessions_.isLeft(ifId)) {
+        sessions_.close(ifId, radius::TerminateCause::nasReboot);
+    }
+    const std::lock_guard<std::mutex> lock(mutex_);
+    again_.erase(ifId);
+}
+
 void RadiusIsa::armSession(unsigned ifId, Login& login) {
     stopTimer(login);
     const uint32_t seconds = login.grant.sessionTimeout.value_or(0);
@@ -416,7 +382,7 @@ void RadiusIsa::armSession(unsigned ifId, Login& login) {
 
 void RadiusIsa::sessionOver(unsigned ifId) {
     Login& login = logins_[ifId];
-    if (lines_.gate(ifId) != Gate::open) {
+    if (lines_.state(ifId).gate != Gate::open) {
         return;
     }
     if (config_.onFailure == RadiusConfig::OnFailure::keep && !anyAlive()) {
@@ -445,8 +411,9 @@ void RadiusIsa::want(unsigned ifId, Login& login) {
 
 void RadiusIsa::askAgain(unsigned ifId) {
     Login& login = logins_[ifId];
-    if (!open_ || !login.wanted || lines_.gate(ifId) != Gate::closed) {
-        return;
+    const LineState state = lines_.state(ifId);
+    if (!open_ || !login.wanted || state.gate != Gate::closed || !state.on) {
+        return;  // without a link or switched off the request would wait for somebody else
     }
     stopTimer(login);
     if (!anyAlive()) {
@@ -482,113 +449,6 @@ void RadiusIsa::lookForLeft() {
     if (!sessions_.left().empty()) {
         leftTimer_ = loop_.at(loop_.now() + leftAtMost, [this] { lookForLeft(); });
     }
-}
-
-// What servers ask for.
-
-bool RadiusIsa::fits(unsigned ifId, const Login& login,
-                     const radius::DynamicRequest& request) const {
-    const radius::Line line = loginLine(login.block, lines_.name(ifId));
-    const auto fitsText = [](const std::optional<std::string>& wanted, const std::string& is) {
-        return !wanted || *wanted == is;
-    };
-    return login.open && lines_.gate(ifId) == Gate::open &&
-           fitsText(request.userName, format_.userName.fill(line, format_.nasIdentifier)) &&
-           fitsText(request.nasPortId, format_.nasPortId.fill(line, format_.nasIdentifier)) &&
-           fitsText(request.circuitId, line.circuitId) &&
-           fitsText(request.remoteId, line.remoteId) &&
-           fitsText(request.callingStationId, line.mac ? radius::macText(*line.mac) : "") &&
-           fitsText(request.sessionId, sessions_.idOf(ifId)) &&
-           (!request.nasPort || *request.nasPort == ifId) &&
-           (!request.framedIpAddress || request.framedIpAddress == line.address);
-}
-
-std::optional<radius::ErrorCause> RadiusIsa::judge(const radius::DynamicRequest& request) {
-    std::vector<unsigned> lines;
-    for (const auto& [ifId, login] : logins_) {
-        if (fits(ifId, login, request)) {
-            lines.push_back(ifId);
-        }
-    }
-    if (lines.empty()) {
-        return radius::ErrorCause::sessionContextNotFound;
-    }
-    if (request.kind == radius::DynamicRequest::Kind::change) {
-        return change(lines, request.grant);
-    }
-    for (const unsigned ifId : lines) {
-        log_.line(ifId, "radius", "a server ends the login");
-        logins_[ifId].endCause = radius::TerminateCause::adminReset;
-        giveVerdict(ifId, false, {});
-        if (lines_.gate(ifId) == Gate::open) {
-            logins_[ifId].endCause.reset();
-            return radius::ErrorCause::resourcesUnavailable;
-        }
-    }
-    return std::nullopt;
-}
-
-std::optional<radius::ErrorCause> RadiusIsa::change(const std::vector<unsigned>& lines,
-                                                    const radius::Grant& grant) {
-    if (!grant.filterIds.empty() && format_.profiles != radius::attribute::filterId) {
-        return radius::ErrorCause::unsupportedAttribute;  // nothing here is filtered by it
-    }
-    for (const unsigned ifId : lines) {
-        Login& login = logins_[ifId];
-        log_.line(ifId, "radius", "a server changes the login");
-        if (!grant.classes.empty()) {
-            login.grant.classes = grant.classes;
-            sessions_.changeClasses(ifId, grant.classes);
-        }
-        if (grant.sessionTimeout) {
-            login.grant.sessionTimeout = grant.sessionTimeout;
-            armSession(ifId, login);
-        }
-        if (!grant.profiles.empty()) {
-            login.grant.profiles = grant.profiles;
-            lines_.profiles(ifId, profilesOf(ifId, grant.profiles));
-        }
-    }
-    return std::nullopt;
-}
-
-LoginProfiles RadiusIsa::profilesOf(unsigned ifId, const std::vector<std::string>& texts) {
-    const GrantedProfiles granted = grantedProfiles(texts);
-    for (const std::string& problem : granted.problems) {
-        log_.line(ifId, "profile", "none for " + problem);
-    }
-    return granted.profiles;
-}
-
-// What management sees.
-
-void RadiusIsa::keepSnapshot() {
-    takeSnapshot();
-    snapshotTimer_ = loop_.at(loop_.now() + snapshotEvery, [this] { keepSnapshot(); });
-}
-
-void RadiusIsa::takeSnapshot() {
-    std::vector<RadiusServerInfo> rows;
-    const auto add = [this, &rows](const std::vector<radius::ServerStatus>& servers,
-                                   bool accounting) {
-        for (size_t i = 0; i < servers.size() && i < config_.servers.size(); ++i) {
-            const RadiusConfig::Server& server = config_.servers[i];
-            rows.push_back(
-                {server.name,
-                 addressOf(server.host, accounting ? server.accountingPort : server.port),
-                 accounting, server.tls, servers[i].state, servers[i].inFlight, servers[i].channels,
-                 servers[i].counters});
-        }
-    };
-    add(client_ ? client_->status() : std::vector<radius::ServerStatus>(), false);
-    add(sessions_.servers(), true);
-    const std::lock_guard<std::mutex> lock(mutex_);
-    snapshot_ = std::move(rows);
-}
-
-std::vector<RadiusServerInfo> RadiusIsa::servers() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return snapshot_;
 }
 
 }  // namespace node

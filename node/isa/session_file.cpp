@@ -2,6 +2,9 @@
 // that whatever a subscriber or a server sent cannot break a line:
 //   id interface began announced ended cause in-octets out-octets in-packets out-packets
 //   name circuit remote mac address vlan vendor client class,class
+//   seconds user-name port-id
+// `announced` is 1 when the Start was taken, 2 when it was only sent. Without the last three and
+// without a 2 it is of the first format, which is still read.
 // The first line names the format and the last one counts the sessions, so that a file that was
 // cut is told from a whole one. The file is replaced by a rename after its contents reached the
 // disk. A file that cannot be read is left as it is: an operator must decide, since beginning
@@ -28,9 +31,11 @@ namespace node {
 
 namespace {
 
-constexpr std::string_view heading = "tal sessions 1";
+constexpr std::string_view heading = "tal sessions 2";
+constexpr std::string_view firstHeading = "tal sessions 1";
 constexpr std::string_view end = "end ";
-constexpr size_t wordsOfALine = 19;
+constexpr size_t wordsOfALine = 22;
+constexpr size_t wordsOfTheFirst = 19;
 constexpr uint64_t longestFile = 64 * 1024 * 1024;
 
 std::string hex(radius::Bytes bytes) {
@@ -51,7 +56,10 @@ std::string lineOf(const StoredSession& session) {
     std::ostringstream text;
     const radius::Line& line = session.line;
     const Traffic& traffic = session.traffic;
-    text << session.id << ' ' << session.ifId << ' ' << session.began << ' ' << session.announced
+    text << session.id << ' ' << session.ifId << ' ' << session.began << ' '
+         << (session.announced ? 1
+             : session.sent    ? 2
+                               : 0)
          << ' ' << session.ended << ' ' << static_cast<uint32_t>(session.cause) << ' '
          << traffic.inputOctets << ' ' << traffic.outputOctets << ' ' << traffic.inputPackets << ' '
          << traffic.outputPackets << ' ' << hex(line.interfaceName) << ' ' << hex(line.circuitId)
@@ -62,7 +70,8 @@ std::string lineOf(const StoredSession& session) {
     for (const radius::Buffer& value : session.classes) {
         classes += (classes.empty() ? "" : ",") + hex(value);
     }
-    text << (classes.empty() ? "-" : classes);
+    text << (classes.empty() ? "-" : classes) << ' ' << session.seconds << ' '
+         << hex(session.userName) << ' ' << hex(session.nasPortId);
     return text.str();
 }
 
@@ -81,8 +90,8 @@ std::vector<std::string_view> split(std::string_view text, char by) {
 // Reads words one after the other; whatever is wrong is remembered.
 class Words {
 public:
-    explicit Words(std::string_view line) : words_(split(line, ' ')) {
-        good_ = words_.size() == wordsOfALine;
+    Words(std::string_view line, size_t count) : words_(split(line, ' ')) {
+        good_ = words_.size() == count;
     }
 
     template <typename Number>
@@ -122,8 +131,8 @@ private:
     bool good_;
 };
 
-std::optional<StoredSession> sessionOf(std::string_view text) {
-    Words words(text);
+std::optional<StoredSession> sessionOf(std::string_view text, bool first) {
+    Words words(text, first ? wordsOfTheFirst : wordsOfALine);
     StoredSession session;
     constexpr int64_t anyTime = INT64_MAX;
     constexpr uint64_t any = UINT64_MAX;
@@ -131,7 +140,9 @@ std::optional<StoredSession> sessionOf(std::string_view text) {
     words.require(!session.id.empty() && session.id.size() <= radius::longestValue);
     session.ifId = words.number(99U);
     session.began = words.number(anyTime);
-    session.announced = words.number(1) == 1;
+    const int start = words.number(first ? 1 : 2);
+    session.announced = start == 1;
+    session.sent = first || start != 0;
     session.ended = words.number(anyTime);
     session.cause = static_cast<radius::TerminateCause>(words.number(255U));
     session.traffic = {words.number(any), words.number(any), words.number(any), words.number(any)};
@@ -159,6 +170,14 @@ std::optional<StoredSession> sessionOf(std::string_view text) {
             session.classes.push_back(words.bytesOf(value));
             words.require(session.classes.back().size() <= radius::longestValue);
         }
+    }
+    if (first) {
+        const int64_t lived = session.ended - std::min(session.began, session.ended);
+        session.seconds = static_cast<uint32_t>(std::min<int64_t>(lived, UINT32_MAX));
+    } else {
+        session.seconds = words.number(UINT32_MAX);
+        session.userName = words.text();
+        session.nasPortId = words.text();
     }
     words.require(session.ifId != 0);
     return words.good() ? std::optional(std::move(session)) : std::nullopt;
@@ -196,7 +215,8 @@ std::string sessionText(const std::vector<StoredSession>& sessions) {
 std::vector<StoredSession> sessionsFromText(std::string_view text, const std::string& path) {
     std::vector<StoredSession> sessions;
     const std::vector<std::string_view> lines = split(text, '\n');
-    if (lines.front() != heading) {
+    const bool first = lines.front() == firstHeading;
+    if (!first && lines.front() != heading) {
         fail(path, "is no file of sessions");
     }
     for (size_t i = 1; i < lines.size(); ++i) {
@@ -204,7 +224,7 @@ std::vector<StoredSession> sessionsFromText(std::string_view text, const std::st
             i + 2 == lines.size() && lines.back().empty()) {
             return sessions;
         }
-        std::optional<StoredSession> session = sessionOf(lines[i]);
+        std::optional<StoredSession> session = sessionOf(lines[i], first);
         if (!session) {
             fail(path, "is damaged in line " + std::to_string(i + 1) +
                            "; moved away, the node begins without sessions");
@@ -217,8 +237,11 @@ std::vector<StoredSession> sessionsFromText(std::string_view text, const std::st
 std::vector<StoredSession> readSessionFile(const std::string& path) {
     std::error_code error;
     const auto status = std::filesystem::status(path, error);
-    if (!std::filesystem::exists(status)) {
+    if (status.type() == std::filesystem::file_type::not_found) {
         return {};
+    }
+    if (!std::filesystem::status_known(status)) {
+        fail(path, error.message());
     }
     if (!std::filesystem::is_regular_file(status)) {
         fail(path, "is not a regular file");

@@ -26,11 +26,15 @@ struct StoredSession {
     std::string id;
     unsigned ifId = 0;
     int64_t began = 0;       // seconds since 1970
+    bool sent = false;       // its Start, so that a server may know of it
     bool announced = false;  // the server has taken its Start
     int64_t ended = 0;       // 0: it goes on
     radius::TerminateCause cause = radius::TerminateCause::nasRequest;  // once it has ended
     Traffic traffic;                                                    // when it was written
+    uint32_t seconds = 0;                                               // the same
     radius::Line line;
+    std::string userName;  // as its Start says; empty: written by a node that did not keep it
+    std::string nasPortId;
     std::vector<radius::Buffer> classes;
 };
 

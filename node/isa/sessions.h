@@ -29,7 +29,7 @@ public:
     // Reads what an earlier process left: sessions of lines whose login is not known yet. Throws
     // SessionFileError.
     Sessions(Reactor& reactor, EventLog& log, Settings settings);
-    ~Sessions();
+    ~Sessions();  // as finish(), when something was to be written
     Sessions(const Sessions&) = delete;
     Sessions& operator=(const Sessions&) = delete;
 
@@ -46,18 +46,25 @@ public:
     void changeClasses(unsigned ifId, const std::vector<radius::Buffer>& classes);
     void close(unsigned ifId, radius::TerminateCause cause);
 
+    // The process ends: open sessions are written with what passed so far, and left to the next
+    // one. Nobody is told anything any more. While trafficOf still knows.
+    void finish();
+
     bool isLeft(unsigned ifId) const;       // by an earlier process, not yet gone on with
     std::set<unsigned> left() const;        // lines of such sessions
     std::string idOf(unsigned ifId) const;  // of the open session; empty: none
 
     std::vector<radius::ServerStatus> servers() const;
-    size_t untold() const;  // sessions whose Start or Stop no server has taken yet
+    size_t untold() const;    // sessions whose Start or Stop no server has taken yet
+    size_t underWay() const;  // of these, given to the client
 
 private:
     struct Session {
         StoredSession stored;
-        Traffic before;  // of earlier processes
-        Traffic atOpen;  // the line's numbers before it began here
+        Traffic before;             // of earlier processes
+        Traffic atOpen;             // the line's numbers before it began here
+        int64_t secondsBefore = 0;  // that it had lived before `since`
+        Time since{0};              // of this process
         bool left = false;
         radius::Client::Ticket ticket = 0;  // of the Start, Interim or Stop under way
         Time nextInterim{0};
@@ -67,7 +74,12 @@ private:
     Session* current(unsigned ifId);
     const Session* current(unsigned ifId) const;
     Traffic trafficOf(const Session& session) const;
+    uint32_t secondsOf(const Session& session) const;
+    void setNames(StoredSession& stored) const;
+    radius::LoginFormat formatOf(const StoredSession& stored, radius::Line& line) const;
     void makeRoom();
+    void dropTicket(Session& session);
+    std::vector<Id> dueIds() const;
     void end(Session& session, radius::TerminateCause cause);
     void changed();  // to be written, and told, soon
     void flush();
@@ -85,6 +97,7 @@ private:
     std::map<unsigned, Id> current_;       // of each line, not yet ended
     radius::LoginFormat format_;
     Time interim_{0};
+    size_t mostUnderWay_ = 0;
     std::unique_ptr<radius::Client> client_;
     radius::Client::ServerChanged changed_;
     std::optional<Reactor::Timer> flushTimer_;

@@ -53,6 +53,9 @@ bool LiveLines::put(const Line& line, const LinkState& state, std::string& error
     if (!found) {
         return false;
     }
+    if (known_.insert(line.ifId).second && engine_) {
+        engine_->passedBegins(line.ifId);
+    }
     log_.line(line.ifId, "device",
               line.device + ": gate " + foundText(*found, gates_.gate(line.ifId) == Gate::open));
     if (!state.up) {

@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,7 @@ private:
     LineGates& gates_;
     EventLog& log_;
     std::map<unsigned, State> states_;
+    std::set<unsigned> known_;  // lines whose gate was put on once
     Engine* engine_ = nullptr;
     Reactor* loop_ = nullptr;
     SetLink setLink_;

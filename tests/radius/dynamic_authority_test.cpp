@@ -16,16 +16,21 @@ constexpr int64_t noon = 1'700'000'000;
 class Authority : public ::testing::Test {
 protected:
     Authority() {
-        DynamicSettings settings;
-        settings.clients = {{host_, Secret("secret of one")}, {other_, Secret("secret of two")}};
-        settings.format.nasIdentifier = "nas";
-        settings.mostRemembered = 4;
         authority_ = std::make_unique<DynamicAuthority>(
-            std::move(settings), [this] { return now_; },
+            settingsOf({{host_, Secret("secret of one")}, {other_, Secret("secret of two")}}),
+            [this] { return now_; },
             [this](const DynamicRequest& request) {
                 handled_.push_back(request);
                 return refusal_;
             });
+    }
+
+    static DynamicSettings settingsOf(std::vector<DynamicClient> clients) {
+        DynamicSettings settings;
+        settings.clients = std::move(clients);
+        settings.format.nasIdentifier = "nas";
+        settings.mostRemembered = 4;
+        return settings;
     }
 
     // A request that names a line, made at `made`, with further attributes.
@@ -181,6 +186,46 @@ TEST_F(Authority, NothingIsForgottenBeforeItsTimeAndMemoryIsBounded) {
     now_ = noon + 302;
     EXPECT_EQ(Code::disconnectAck, judged(request(Code::disconnectRequest, noon + 10)));
     EXPECT_EQ(3U, authority_->remembered());
+}
+
+TEST_F(Authority, OtherSettingsDoNotMakeARequestForgotten) {
+    const Buffer disconnect = request(Code::disconnectRequest);
+    ASSERT_EQ(Code::disconnectAck, judged(disconnect));
+    // In another order, with another secret of the other host.
+    authority_->use(
+        settingsOf({{other_, Secret("another of two")}, {host_, Secret("secret of one")}}));
+    EXPECT_EQ(Code::disconnectAck, judged(disconnect));
+    EXPECT_EQ(1U, handled_.size());
+    EXPECT_EQ(1U, authority_->counters().repeated);
+    // Nor does being away.
+    authority_->use(settingsOf({{other_, Secret("another of two")}}));
+    EXPECT_EQ(std::nullopt, judged(disconnect));
+    EXPECT_EQ(1U, authority_->counters().unknownClient);
+    authority_->use(settingsOf({{host_, Secret("secret of one")}}));
+    EXPECT_EQ(Code::disconnectAck, judged(disconnect));
+    EXPECT_EQ(1U, handled_.size());
+    EXPECT_EQ(1U, authority_->remembered());
+}
+
+TEST_F(Authority, LongerWindowLetsNothingInThatWasForgottenInTheShorterOne) {
+    const Buffer disconnect = request(Code::disconnectRequest);
+    ASSERT_EQ(Code::disconnectAck, judged(disconnect));
+    now_ = noon + 301;
+    ASSERT_EQ(Code::disconnectAck, judged(request(Code::disconnectRequest, now_)));
+    ASSERT_EQ(1U, authority_->remembered()) << "the first is forgotten";
+    DynamicSettings longer = settingsOf({{host_, Secret("secret of one")}});
+    longer.window = 3600;
+    authority_->use(std::move(longer));
+    EXPECT_EQ(std::nullopt, judged(disconnect));
+    EXPECT_EQ(2U, handled_.size());
+    EXPECT_EQ(Code::coaAck, judged(request(Code::coaRequest, noon + 2)));
+}
+
+TEST_F(Authority, HostGetsItsNewSecretAtOnce) {
+    authority_->use(settingsOf({{host_, Secret("another of one")}}));
+    EXPECT_EQ(std::nullopt, judged(request(Code::coaRequest)));
+    EXPECT_EQ(1U, authority_->counters().notProven);
+    EXPECT_TRUE(authority_->judge(host_, request(Code::coaRequest, noon, "", "another of one")));
 }
 
 }  // namespace

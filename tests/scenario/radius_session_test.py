@@ -183,9 +183,9 @@ class FailurePolicy(SessionStage):
         self.begin(accepted("line-1"), lines=2, radius='on-failure = "keep"\npatience-ms = 300')
         self.until_open(1)
         self.until_logged("authentication rejected")
-        until("the session is written", lambda: "line" not in (
-            self.directory / "sessions").read_text().split("\n")[1] and len((
-                self.directory / "sessions").read_text().split("\n")) == 4)
+        sessions = self.directory / "sessions"
+        until("the session is written", lambda: sessions.exists() and len(
+            sessions.read_text().split("\n")) == 4)
         self.rad.stop()
         self.kill()
         self.start()

@@ -337,4 +337,33 @@ TEST_F(EngineGates, GateCountsTheOctetsOfWhatPassesAndKeptFramesPassItToo) {
     EXPECT_EQ(engine.passed(77).inwardFrames, 0u);
 }
 
+TEST_F(EngineGates, WhatPassedInEarlierProcessesIsNotCountedAgain) {
+    const auto forwarded = static_cast<size_t>(Counter::forwarded);
+    gate().totals.inwardOctets = 1'000'000'000;
+    gate().totals.outwardOctets = 3'000'000'000;
+    gate().totals.passedOutward = 0xffffffff;
+    gate().totals.counters[forwarded] = 0xfffffff0;
+    begin();
+    const auto expectPassed = [this](uint64_t inward, uint64_t outward, uint32_t inFrames,
+                                     uint32_t outFrames) {
+        const node::Engine::Passed passed = engine.passed(line);
+        EXPECT_EQ(passed.inwardOctets, inward);
+        EXPECT_EQ(passed.outwardOctets, outward);
+        EXPECT_EQ(passed.inwardFrames, inFrames);
+        EXPECT_EQ(passed.outwardFrames, outFrames);
+    };
+    expectPassed(0, 0, 0, 0);
+    gate().totals.inwardOctets += 500;
+    gate().totals.outwardOctets += 700;
+    gate().totals.passedOutward += 7;
+    gate().totals.counters[forwarded] += 50;
+    expectPassed(500, 700, 50, 7);
+    EXPECT_EQ((*engine.counters(line))[Counter::forwarded], 34u) << "those of the gate go on";
+
+    engine.renewGate(line);  // its interface was away
+    expectPassed(500, 700, 50, 7);
+    engine.passedBegins(line);
+    expectPassed(0, 0, 0, 0);
+}
+
 }  // namespace

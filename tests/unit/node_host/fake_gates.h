@@ -86,7 +86,7 @@ public:
     }
     Totals totals(unsigned ifId) const override {
         const auto found = lines.find(ifId);
-        return found == lines.end() ? Totals{} : found->second.totals;
+        return found == lines.end() || !found->second.attached ? Totals{} : found->second.totals;
     }
 
     size_t poll() override {

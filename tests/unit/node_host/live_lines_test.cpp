@@ -200,4 +200,16 @@ TEST_F(LiveLinesTest, GateFoundOpenIsExplained) {
     EXPECT_EQ(gates.gate(1), Gate::blocked);
 }
 
+TEST_F(LiveLinesTest, WhatPassedADeviceThatComesLaterIsCountedFromItsFirstComingOn) {
+    begin();
+    gates.lines[1].totals.inwardOctets = 1000;  // of an earlier process, found when it comes
+    gates.finds = node::LineGates::Found::own;
+    lines.changed("veth1", LinkEvent::appeared, up);
+    EXPECT_EQ(engine.passed(1).inwardOctets, 0u);
+    gates.lines[1].totals.inwardOctets += 30;
+    lines.changed("veth1", LinkEvent::gone, downState);
+    lines.changed("veth1", LinkEvent::appeared, up);
+    EXPECT_EQ(engine.passed(1).inwardOctets, 30u) << "it was only away";
+}
+
 }  // namespace

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 
 #include "tests/unit/node_host/temp_dir.h"
 
@@ -33,6 +35,9 @@ StoredSession full() {
     session.line.vlan = 4095;
     session.line.vendorClass = "udhcp 1.35.0";
     session.line.clientId = "client";
+    session.seconds = 90;
+    session.userName = "node eth 1/7@{nas} ";
+    session.nasPortId = "1/7";
     session.classes = {{1, 2}, {}, {0xff}};
     return session;
 }
@@ -72,10 +77,39 @@ TEST(SessionFile, ReadsWhatItWrote) {
     EXPECT_EQ(wanted.line.mac, read[0].line.mac);
     EXPECT_EQ(wanted.line.address, read[0].line.address);
     EXPECT_EQ(wanted.classes, read[0].classes);
+    EXPECT_EQ(90U, read[0].seconds);
+    EXPECT_EQ(wanted.userName, read[0].userName);
+    EXPECT_EQ("1/7", read[0].nasPortId);
+    EXPECT_EQ("", read[1].userName);
     EXPECT_FALSE(read[1].line.mac);
+    EXPECT_FALSE(read[1].announced || read[1].sent);
+    StoredSession onItsWay = bare();
+    onItsWay.sent = true;
+    const StoredSession again = node::sessionsFromText(node::sessionText({onItsWay}), "FILE").at(0);
+    EXPECT_TRUE(again.sent && !again.announced);
     EXPECT_FALSE(read[1].line.address);
     EXPECT_TRUE(read[1].classes.empty());
     EXPECT_TRUE(node::sessionsFromText(node::sessionText({}), "FILE").empty());
+}
+
+TEST(SessionFile, FirstFormatIsStillRead) {
+    const std::string both =
+        "a 7 1800000000 1 1800000100 2 1 2 3 4 312f37 6f . . 0 0 . . 0102,.\n"
+        "b 8 1800000000 0 0 10 0 0 0 0 312f38 6f . . 0 0 . . -\nend 2\n";
+    const std::vector<StoredSession> read =
+        node::sessionsFromText("tal sessions 1\n" + both, "FILE");
+    ASSERT_EQ(2U, read.size());
+    EXPECT_EQ(100U, read[0].seconds) << "it has ended";
+    EXPECT_EQ(0U, read[1].seconds);
+    EXPECT_TRUE(read[0].announced);
+    EXPECT_TRUE(read[1].sent) << "it may have been";
+    EXPECT_EQ("", read[0].userName);
+    EXPECT_EQ("1/7", read[0].line.interfaceName);
+    EXPECT_EQ(2U, read[0].classes.size());
+    EXPECT_THAT(errorOf("tal sessions 2\n" + both), HasSubstr("is damaged in line 2"));
+    const std::string later = node::sessionText({full()});
+    EXPECT_THAT(errorOf("tal sessions 1" + later.substr(later.find('\n'))),
+                HasSubstr("is damaged in line 2"));
 }
 
 TEST(SessionFile, WhatIsNotWholeIsRefusedWithItsLine) {
@@ -101,6 +135,20 @@ TEST(SessionFile, WhatIsNotWholeIsRefusedWithItsLine) {
     EXPECT_THAT(changed("end 1", "end 2"), HasSubstr("is damaged in line 3"));
 }
 
+TEST(SessionFile, FilesOfTheFuzzerAreGoodOrBadAsTheirNamesSay) {
+    size_t good = 0;
+    size_t bad = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(CORPUS)) {
+        std::ifstream file(entry.path(), std::ios::binary);
+        const std::string error = errorOf({std::istreambuf_iterator<char>(file), {}});
+        const bool isGood = entry.path().filename().string().starts_with("good_");
+        EXPECT_EQ(isGood, error == "no error") << entry.path() << ": " << error;
+        ++(isGood ? good : bad);
+    }
+    EXPECT_GE(good, 6U);
+    EXPECT_GE(bad, 15U);
+}
+
 TEST(SessionFile, IsReplacedAsAWholeAndOnlyItsOwnerMayReadIt) {
     const node_test::TempDir directory;
     const std::string path = directory.path() + "/sessions";
@@ -112,6 +160,18 @@ TEST(SessionFile, IsReplacedAsAWholeAndOnlyItsOwnerMayReadIt) {
     ASSERT_EQ(0, stat(path.c_str(), &status));
     EXPECT_EQ(0600U, status.st_mode & 0777U);
     EXPECT_NE(0, stat((path + ".new").c_str(), &status));
+}
+
+TEST(SessionFile, FileThatCannotBeSeenIsNotTakenForNone) {
+    const node_test::TempDir directory;
+    const std::string path = directory.path() + "/sessions";
+    std::filesystem::create_symlink("sessions", path);  // leads nowhere, and not to nothing
+    try {
+        node::readSessionFile(path);
+        ADD_FAILURE() << "taken for no file";
+    } catch (const SessionFileError& error) {
+        EXPECT_THAT(error.what(), HasSubstr(path + ": Too many levels of symbolic links"));
+    }
 }
 
 TEST(SessionFile, FileThatCannotBeReplacedStaysAndIsNamed) {

@@ -26,10 +26,9 @@ protected:
     // Another process: it counts from zero.
     void begin(Time interim = Time(0)) {
         traffic.clear();
-        sessions.emplace(
-            reactor, log,
-            Sessions::Settings{file, [this](unsigned ifId) { return traffic[ifId]; },
-                               [this] { return 1'800'000'000 + reactor.now() / second; }});
+        sessions.emplace(reactor, log,
+                         Sessions::Settings{file, [this](unsigned ifId) { return traffic[ifId]; },
+                                            [this] { return wall + reactor.now() / second; }});
         tellServer(interim);
     }
     void tellServer(Time interim = Time(0)) {
@@ -95,6 +94,7 @@ protected:
     ScriptedServer server{reactor, "first", "secret of the first"};
     LoginFormat format;
     std::map<unsigned, Traffic> traffic;
+    int64_t wall = 1'800'000'000;
     size_t answered = 0;
     std::optional<Sessions> sessions;
 };
@@ -143,7 +143,7 @@ TEST_F(SessionsTest, StopCarriesWhatWentThroughAndWhy) {
                                   stop.view().first(attribute::classOfLogin)->end()));
     answer();
     EXPECT_EQ(0U, sessions->untold());
-    EXPECT_EQ("tal sessions 1\nend 0\n", contents());
+    EXPECT_EQ("tal sessions 2\nend 0\n", contents());
 }
 
 TEST_F(SessionsTest, StopWaitsForItsStartAndTheNextStartForTheStop) {
@@ -284,13 +284,295 @@ TEST_F(SessionsTest, WithoutServersNothingIsToldAndOpenSessionsAreRemembered) {
 TEST_F(SessionsTest, ServerThatTakesNothingFillsNeitherMemoryNorDisk) {
     server.refusesChannels = true;
     tellServer();
+    size_t mostUnderWay = 0;
     for (int i = 0; i < 17'000; ++i) {
         open(1);
         sessions->close(1, TerminateCause::adminReset);
+        if (i % 500 == 0) {  // each is written and given to the client in between
+            pass();
+            mostUnderWay = std::max(mostUnderWay, sessions->underWay());
+        }
     }
     EXPECT_LE(sessions->untold(), 16'384U);
+    EXPECT_GT(mostUnderWay, 0U);
+    EXPECT_LE(mostUnderWay, 256U + 64U) << "the window and a few more";
     open(1);
     EXPECT_NE("", sessions->idOf(1));
+    // The oldest were given to the client, and are not told any more.
+    const std::string text = out.str();
+    const size_t dropped = text.find(" forgotten");
+    ASSERT_NE(std::string::npos, dropped);
+    server.refusesChannels = false;
+    server.answersProbes = true;
+    reactor.advance(10 * second);
+    ASSERT_FALSE(server.requests.empty());
+    for (const std::string& each : told()) {
+        const std::string id = each.substr(each.rfind(' ') + 1);
+        EXPECT_EQ(std::string::npos, text.find(id + " forgotten")) << each;
+    }
+}
+
+TEST_F(SessionsTest, MoreThanTheServersMayHaveAtATimeAreToldOneAfterTheOther) {
+    for (unsigned i = 0; i < 1000; ++i) {
+        open(1 + i % 99);
+    }
+    pass();
+    EXPECT_EQ(256U + 64U, sessions->underWay());
+    server.onRequest = [this](const ScriptedServer::Sent& sent) {
+        server.answer(sent, Code::accountingResponse);
+    };
+    reactor.advance(20 * second);
+    EXPECT_EQ(0U, sessions->untold());
+    std::set<std::string> stops;
+    for (const std::string& each : told()) {
+        if (each.starts_with("Stop")) {
+            stops.insert(each);
+        }
+    }
+    EXPECT_EQ(901U, stops.size());
+}
+
+TEST_F(SessionsTest, EndOfTheProcessSavesWhatPassedSinceTheLastChange) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    answer();
+    traffic[7] = {1000, 2000, 10, 20};
+    sessions->finish();
+    traffic[7] = {1, 0, 1, 0};  // of another counting
+    sessions.reset();
+    begin();
+    open(7, true);
+    EXPECT_EQ(id, sessions->idOf(7));
+    traffic[7] = {5, 6, 1, 2};
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    const ScriptedServer::Sent stop = server.requests.back();
+    EXPECT_EQ("Stop 7 " + id, told().back());
+    EXPECT_EQ(1005U, number(stop, attribute::acctInputOctets));
+    EXPECT_EQ(2006U, number(stop, attribute::acctOutputOctets));
+    EXPECT_EQ(11U, number(stop, attribute::acctInputPackets));
+    EXPECT_EQ(22U, number(stop, attribute::acctOutputPackets));
+}
+
+TEST_F(SessionsTest, CountingThatBeginsAnewMakesNoHugeNumbers) {
+    open(7);
+    traffic[7] = {1000, 2000, 10, 20};
+    sessions->close(7, TerminateCause::adminReset);
+    open(7);
+    pass();
+    answer();
+    answer();
+    traffic[7] = {1, 0, 1, 0};
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    const ScriptedServer::Sent stop = server.requests.back();
+    for (const AttributeName name :
+         {attribute::acctInputOctets, attribute::acctInputGigawords, attribute::acctOutputOctets,
+          attribute::acctInputPackets, attribute::acctOutputPackets}) {
+        EXPECT_EQ(0U, number(stop, name));
+    }
+}
+
+TEST_F(SessionsTest, PacketsAreCountedOverTheEndOfTheirThirtyTwoBits) {
+    traffic[7] = {0, 0, 0xfffffff0, 0};
+    open(7);
+    sessions->close(7, TerminateCause::adminReset);
+    open(7);
+    traffic[7] = {1000, 0, 5, 0};
+    pass();
+    answer();
+    answer();
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_EQ(21U, number(server.requests.back(), attribute::acctInputPackets));
+}
+
+TEST_F(SessionsTest, RecordsOfASessionCarryTheNamesItBeganWith) {
+    format.userName = *TextTemplate::parse("before-{interface-number}");
+    format.nasPortId = *TextTemplate::parse("port {interface} }");
+    tellServer();
+    open(7);
+    pass();
+    answer();
+    const auto text = [this](AttributeName name) {
+        return textOf(*server.requests.back().view().first(name));
+    };
+    ASSERT_EQ("before-7", text(attribute::userName));
+    format.userName = *TextTemplate::parse("{remote-id}");  // which is not known
+    format.nasPortId = *TextTemplate::parse("other");
+    tellServer();
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    ASSERT_TRUE(told().back().starts_with("Stop 7"));
+    EXPECT_EQ("before-7", text(attribute::userName));
+    EXPECT_EQ("port 1/7 }", text(attribute::nasPortId));
+    EXPECT_EQ("circuit 7", text(attribute::agentCircuitId));
+    // So does the next process.
+    kill();
+    begin();
+    pass();
+    EXPECT_EQ("before-7", text(attribute::userName));
+}
+
+TEST_F(SessionsTest, NamesMayHoldWhatIsAPlaceInATemplate) {
+    Line line;
+    line.interfaceName = "1/7";
+    line.interfaceNumber = 7;
+    line.circuitId = "{mac} {{nas";
+    sessions->open(7, line, {}, false);
+    pass();
+    EXPECT_EQ("{mac} {{nas", textOf(*server.requests.back().view().first(attribute::userName)));
+    EXPECT_EQ("1/7", textOf(*server.requests.back().view().first(attribute::nasPortId)));
+}
+
+TEST_F(SessionsTest, SessionOfTheFirstFormatGetsTheNamesOfTheConfiguration) {
+    sessions.reset();
+    directory.write("sessions",
+                    "tal sessions 1\n"
+                    "of-before 7 1799999000 1 1799999100 2 1 2 3 4 312f37 6f . . 0 0 . . -\n"
+                    "end 1\n");
+    begin();
+    pass();
+    ASSERT_EQ("Stop 7 of-before", told().back());
+    EXPECT_EQ("o", textOf(*server.requests.back().view().first(attribute::userName)));
+    EXPECT_EQ(100U, number(server.requests.back(), attribute::acctSessionTime));
+}
+
+// A record that cannot be sent is dropped, and a refused one is tried again: one timer for both.
+TEST_F(SessionsTest, SessionWithoutANameIsDroppedAndLeavesNoTimerBehind) {
+    server.refusesChannels = true;
+    std::filesystem::remove_all(directory.path());  // nothing can be written: tried again later
+    Line nameless;
+    nameless.interfaceNumber = 8;
+    sessions->open(8, nameless, {}, false);
+    sessions->close(8, TerminateCause::adminReset);
+    open(7);
+    pass();
+    pass();
+    sessions.reset();
+    EXPECT_EQ(0U, reactor.timers());
+    reactor.advance(60 * second);
+}
+
+TEST_F(SessionsTest, ClockThatIsSetWhileASessionLastsDoesNotChangeItsTime) {
+    wall = 100;  // 1970
+    open(7);
+    pass();
+    answer();
+    reactor.advance(30 * second);
+    wall = 1'800'000'000;
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_NEAR(30.0, number(server.requests.back(), attribute::acctSessionTime), 1.0);
+}
+
+TEST_F(SessionsTest, ClockThatWasSetSinceThePreviousProcessDoesNotChangeItsTimeEither) {
+    wall = 100;
+    open(7);
+    pass();
+    answer();
+    reactor.advance(30 * second);
+    sessions->finish();
+    sessions.reset();
+    wall = 1'800'000'000;
+    begin();
+    open(7, true);
+    reactor.advance(10 * second);
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_NEAR(40.0, number(server.requests.back(), attribute::acctSessionTime), 1.0);
+}
+
+TEST_F(SessionsTest, TimeBetweenTwoProcessesBelongsToASession) {
+    open(7);
+    pass();
+    answer();
+    kill();
+    reactor.advance(1000 * second);
+    begin();
+    open(7, true);
+    reactor.advance(10 * second);
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_NEAR(1010.0, number(server.requests.back(), attribute::acctSessionTime), 1.0);
+}
+
+TEST_F(SessionsTest, SessionWhoseStartMayHaveBeenTakenIsStoppedWhenServersAreBack) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    ASSERT_EQ(Told{"Start 7 " + id}, told());
+    sessions->useServers(std::nullopt, format, Time(0));  // with the answer on its way
+    open(8);                                              // nobody hears of this one
+    sessions->close(7, TerminateCause::adminReset);
+    sessions->close(8, TerminateCause::adminReset);
+    pass();
+    server.requests.clear();
+    tellServer();
+    pass();
+    answer();
+    EXPECT_EQ((Told{"Start 7 " + id, "Stop 7 " + id}), told());
+}
+
+TEST_F(SessionsTest, WithoutServersWhatEndedIsForgottenAlsoByTheNextProcess) {
+    sessions->useServers(std::nullopt, format, Time(0));
+    open(7);
+    open(8);
+    pass();
+    sessions.reset();
+    begin();
+    sessions->useServers(std::nullopt, format, Time(0));
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_EQ(1U, node::readSessionFile(file).size());
+}
+
+TEST_F(SessionsTest, ServersAreToldAlsoWhenTheFileCannotBeWritten) {
+    std::filesystem::create_directory(file + ".new");  // stands in the way
+    open(7);
+    pass();
+    const std::string id = sessions->idOf(7);
+    EXPECT_EQ(Told{"Start 7 " + id}, told());
+    answer();
+    server.onRequest = [this](const ScriptedServer::Sent& sent) {
+        server.answer(sent, Code::accountingResponse);
+    };
+    sessions->close(7, TerminateCause::adminReset);
+    open(8);
+    pass(6 * second);
+    const Told after = told();
+    EXPECT_EQ(1, std::count(after.begin(), after.end(), "Stop 7 " + id));
+    const std::string before = out.str();
+    const size_t first = before.find("not written, servers are told all the same");
+    ASSERT_NE(std::string::npos, first);
+    EXPECT_EQ(first, before.rfind("not written")) << "said once";
+    std::filesystem::remove(file + ".new");
+    pass(6 * second);
+    EXPECT_NE(std::string::npos, out.str().find("written again"));
+    EXPECT_NE(std::string::npos, contents().find(sessions->idOf(8)));
+}
+
+// The gate stays open for a replay, which is then refused.
+TEST_F(SessionsTest, WhatPassesBeforeALeftSessionEndsIsItsOwnAndNotTheNextOnes) {
+    open(7);
+    const std::string id = sessions->idOf(7);
+    pass();
+    answer();
+    kill();
+    begin();
+    traffic[7] = {500, 0, 5, 0};
+    sessions->close(7, TerminateCause::nasReboot);
+    traffic[7] = {530, 0, 6, 0};
+    open(7);
+    pass();
+    ASSERT_EQ("Stop 7 " + id, told().back());
+    EXPECT_EQ(500U, number(server.requests.back(), attribute::acctInputOctets));
+    answer();
+    answer();
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_EQ(30U, number(server.requests.back(), attribute::acctInputOctets));
 }
 
 }  // namespace

@@ -2,7 +2,9 @@
 // and Message-Authenticator, and says when it was made. What was made too long ago or lies too
 // far ahead is dropped. Within that window each request is remembered with its answer, so that
 // a repetition, honest or not, gets the same answer and does nothing; nothing is forgotten
-// before its time is over, and when memory is full new requests are refused.
+// before its time is over, and when memory is full new requests are refused. Other settings do not
+// make anything forgotten. A new process remembers nothing: one that refused what is older than
+// itself would refuse honest servers whose clocks lag, and depend on a clock that may be set.
 // Tested by tests/radius/dynamic_authority_test.cpp; radclient asks in the scenario tests.
 #include "node/isa/radius/dynamic/authority.h"
 
@@ -12,16 +14,37 @@
 namespace node::radius {
 
 DynamicAuthority::DynamicAuthority(DynamicSettings settings, WallSeconds wall, Handler handler)
-    : settings_(std::move(settings)), wall_(std::move(wall)), handler_(std::move(handler)) {
-    for (const DynamicClient& client : settings_.clients) {
-        askers_.push_back({client.host, Signer(client.secret)});
+    : wall_(std::move(wall)), handler_(std::move(handler)) {
+    settings_.window = settings.window;
+    use(std::move(settings));
+}
+
+void DynamicAuthority::use(DynamicSettings settings) {
+    if (settings.window > settings_.window) {
+        earliest_ = std::max(earliest_, wall_() - int64_t{settings_.window});
     }
+    for (Asker& asker : askers_) {
+        asker.signer.reset();
+    }
+    for (const DynamicClient& client : settings.clients) {
+        auto asker = std::find_if(askers_.begin(), askers_.end(), [&client](const Asker& known) {
+            return known.host.sameHost(client.host);
+        });
+        if (asker == askers_.end()) {
+            asker = askers_.insert(asker, {client.host, std::nullopt});
+        }
+        if (!asker->signer) {
+            asker->signer.emplace(client.secret);
+        }
+    }
+    settings_ = std::move(settings);
     settings_.clients.clear();
+    counters_ = {};
 }
 
 std::optional<Buffer> DynamicAuthority::judge(const SocketAddress& from, Bytes datagram) {
     const auto asker = std::find_if(askers_.begin(), askers_.end(), [&from](const Asker& known) {
-        return known.host.sameHost(from);
+        return known.signer && known.host.sameHost(from);
     });
     if (asker == askers_.end()) {
         ++counters_.unknownClient;
@@ -36,13 +59,13 @@ std::optional<Buffer> DynamicAuthority::judge(const SocketAddress& from, Bytes d
         ++counters_.wrongCode;
         return std::nullopt;
     }
-    if (asker->signer.proveRequest(*packet, Demand::messageAuthenticator) != Proof::good) {
+    if (asker->signer->proveRequest(*packet, Demand::messageAuthenticator) != Proof::good) {
         ++counters_.notProven;
         return std::nullopt;
     }
     const int64_t now = wall_();
     const std::optional<uint32_t> made = eventTimestamp(*packet);
-    if (!made || std::abs(now - int64_t{*made}) > int64_t{settings_.window}) {
+    if (!made || *made < earliest_ || std::abs(now - int64_t{*made}) > int64_t{settings_.window}) {
         ++counters_.untimely;
         return std::nullopt;
     }
@@ -53,22 +76,22 @@ std::optional<Buffer> DynamicAuthority::judge(const SocketAddress& from, Bytes d
         return known->second;
     }
     const bool full = answers_.size() >= settings_.mostRemembered;
-    Buffer answer = decide(*asker, *packet, full);
+    Buffer answer = decide(*asker->signer, *packet, full);
     if (!full) {
         answers_.emplace(key, answer);
-        expiries_.emplace(int64_t{*made} + settings_.window, key);
+        made_.emplace(*made, key);
     }
     return answer;
 }
 
 void DynamicAuthority::forget(int64_t now) {
-    while (!expiries_.empty() && expiries_.begin()->first < now) {
-        answers_.erase(expiries_.begin()->second);
-        expiries_.erase(expiries_.begin());
+    while (!made_.empty() && made_.begin()->first + settings_.window < now) {
+        answers_.erase(made_.begin()->second);
+        made_.erase(made_.begin());
     }
 }
 
-Buffer DynamicAuthority::decide(Asker& asker, const PacketView& packet, bool full) {
+Buffer DynamicAuthority::decide(Signer& signer, const PacketView& packet, bool full) {
     std::optional<ErrorCause> refusal;
     if (full) {
         refusal = ErrorCause::resourcesUnavailable;
@@ -89,7 +112,7 @@ Buffer DynamicAuthority::decide(Asker& asker, const PacketView& packet, bool ful
     const Code ack = change ? Code::coaAck : Code::disconnectAck;
     const Code nak = change ? Code::coaNak : Code::disconnectNak;
     Buffer answer = packetOf(refusal ? nak : ack, packet.id(), writer.bytes()).value();
-    asker.signer.signAnswer(answer, packet.authenticator());
+    signer.signAnswer(answer, packet.authenticator());
     return answer;
 }
 

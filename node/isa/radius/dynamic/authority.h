@@ -44,6 +44,9 @@ public:
 
     DynamicAuthority(DynamicSettings settings, WallSeconds wall, Handler handler);
 
+    // From here on. What was answered stays remembered; counters begin again.
+    void use(DynamicSettings settings);
+
     // The answer to send back; empty: none.
     std::optional<Buffer> judge(const SocketAddress& from, Bytes datagram);
 
@@ -53,20 +56,21 @@ public:
 private:
     struct Asker {
         SocketAddress host;
-        Signer signer;
+        std::optional<Signer> signer;  // none: it may not ask any more
     };
     // Who asked, and the authenticator, which is a digest of the whole request.
     using Key = std::pair<size_t, Authenticator>;
 
-    Buffer decide(Asker& asker, const PacketView& packet, bool full);
+    Buffer decide(Signer& signer, const PacketView& packet, bool full);
     void forget(int64_t now);
 
     DynamicSettings settings_;
     WallSeconds wall_;
     Handler handler_;
-    std::vector<Asker> askers_;
+    std::vector<Asker> askers_;  // keeps its order, and whoever was in it once
     std::map<Key, Buffer> answers_;
-    std::multimap<int64_t, Key> expiries_;  // by the time they may be forgotten
+    std::multimap<int64_t, Key> made_;  // by the time that the request says
+    int64_t earliest_ = INT64_MIN;      // what was made before may have been forgotten
     DynamicCounters counters_;
 };
 
