@@ -90,7 +90,8 @@ LiveEngine::LiveEngine(const Settings& settings, EventLog& log, Bare) : log_(log
         }
     }
     gates_ = KernelEngine::start(
-        indexes, {settings.pinDirectory},
+        indexes,
+        {settings.pinDirectory, [this](const std::string& maps) { return lockMaps(maps); }},
         [this](unsigned ifId, std::span<const uint8_t> frame) {
             if (engine_) {
                 engine_->frame(ifId, frame);
@@ -114,6 +115,19 @@ LiveEngine::LiveEngine(const Settings& settings, EventLog& log)
     if (!dropOtherCapabilities(error)) {
         throw LiveError(error);
     }
+}
+
+// The maps that an earlier run left on a device may be those of a node on another one.
+bool LiveEngine::lockMaps(const std::string& maps) {
+    std::string error;
+    auto lock = DeviceLock::take(maps, error);
+    if (lock) {
+        locks_.push_back(std::move(*lock));
+    } else if (error != refusedMaps_) {
+        log_.line("device", error + "; only the gates are taken over");
+        refusedMaps_ = error;
+    }
+    return lock.has_value();
 }
 
 LiveEngine::~LiveEngine() {

@@ -100,10 +100,13 @@ uint32_t GateMaps::layout() const {
     return found.magic == KERNEL_MAGIC ? found.layout : 0;
 }
 
+uint32_t GateMaps::id() const {
+    const auto info = infoOf(fd(lines));
+    return info ? info->id : 0;
+}
+
 bool GateMaps::sameAs(const GateMaps& other) const {
-    const auto own = infoOf(fd(lines));
-    const auto others = infoOf(other.fd(lines));
-    return own && others && own->id == others->id;
+    return id() != 0 && id() == other.id();
 }
 
 std::optional<uint32_t> GateMaps::lineOf(unsigned ifIndex) const {

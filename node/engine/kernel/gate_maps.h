@@ -31,6 +31,7 @@ public:
     bool complete() const;
     uint32_t layout() const;  // 0: none
     bool sameAs(const GateMaps&) const;
+    uint32_t id() const;  // of the set as long as it is there; 0: none
 
     // Any layout. Empty: no line has that interface. Numbers unknown here are blocked.
     std::optional<uint32_t> lineOf(unsigned ifIndex) const;

@@ -3,6 +3,9 @@
 // - The programs are always this build's; only maps are taken over, when their layout is this
 //   build's too. attach() exchanges the program of an interface in one step, so a line is never
 //   without a gate. A line in maps of another layout takes its gate along, before the exchange.
+// - A process that ran on two interfaces leaves one set of maps on both. Whoever comes first for
+//   either takes the set; a second process on the other makes its own, or each would hear the
+//   other's frames and one's record would open the other's gate.
 // - A line is entered in the maps before its program is attached: what has no record is closed.
 // - A gate that stayed open while no process watched stays open, unless the interface says that
 //   it lost its link since: then somebody else may be at its end.
@@ -98,10 +101,15 @@ std::unique_ptr<KernelEngine> KernelEngine::start(std::span<const unsigned> inte
     return engine;
 }
 
+bool KernelEngine::claimed(const GateMaps& maps) const {
+    return !options_.claim || options_.claim("maps " + std::to_string(maps.id()));
+}
+
+bool KernelEngine::usable(const std::optional<GateMaps>& maps) const {
+    return maps && maps->complete() && maps->layout() == KERNEL_LAYOUT && claimed(*maps);
+}
+
 void KernelEngine::findMaps(std::span<const unsigned> interfaces) {
-    const auto usable = [](const std::optional<GateMaps>& maps) {
-        return maps && maps->complete() && maps->layout() == KERNEL_LAYOUT;
-    };
     if (!options_.pinDirectory.empty()) {
         auto pinned = GateMaps::pinnedIn(options_.pinDirectory);
         if (usable(pinned)) {
@@ -163,6 +171,10 @@ bool KernelEngine::takeNewMaps(std::string& error) {
     if (!maps_.complete() ||
         bpf_map_update_elem(maps_.fd(GateMaps::meta), &key, &meta, BPF_ANY) != 0) {
         error = std::string("maps: ") + std::strerror(errno);
+        return false;
+    }
+    if (!claimed(maps_)) {
+        error = "new maps are another process's";
         return false;
     }
     return true;

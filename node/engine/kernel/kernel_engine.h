@@ -32,6 +32,10 @@ public:
         // A directory on a bpf file system for the maps' pins; empty: none. Without pins a
         // restarted process needs CAP_SYS_ADMIN during start() and attach() to find its lines.
         std::string pinDirectory;
+        // Whether this process alone has these maps from here on; asked for every set before it
+        // is used. A set that another process has is left to it, only its gates are copied.
+        // Empty: always.
+        std::function<bool(const std::string& maps)> claim{};
     };
 
     // Loads the programs. `interfaces` are looked at for maps of an earlier process, which are
@@ -66,6 +70,8 @@ private:
     KernelEngine(Options options, Trapped trapped);
     bool load(std::span<const unsigned> interfaces, std::string& error);
     void findMaps(std::span<const unsigned> interfaces);
+    bool usable(const std::optional<GateMaps>& maps) const;
+    bool claimed(const GateMaps& maps) const;
     bool loadPrograms(bool reuseMaps, std::string& error);
     bool takeNewMaps(std::string& error);
     bool shareLines(std::string& error);
