@@ -297,6 +297,35 @@ TEST_F(KernelRestartTest, AProgramOfSomebodyElseInOurPlaceIsLeftAlone) {
     EXPECT_EQ(programOn(1), theirs);
 }
 
+// Such a qdisc has one list of filters for both directions.
+TEST_F(KernelRestartTest, AnInterfaceWithAnIngressQdiscIsRefusedAndLeftAlone) {
+    const LineNet net(1);
+    const unsigned ifIndex = LineNet::index("dsl1");
+    run("tc qdisc add dev dsl1 ingress");
+    Engine engine(1);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        std::string error;
+        EXPECT_FALSE(engine->attach({.ifId = 1, .ifIndex = ifIndex}, error));
+        EXPECT_NE(error.find("has the qdisc \"ingress\""), std::string::npos) << error;
+        EXPECT_EQ(programOn(1), 0U);
+    }
+    RawSocket core("core");
+    RawSocket(LineNet::subscriber(1)).send(numbered(2));
+    EXPECT_EQ(nextNumber(core), 2U);
+    run("tc qdisc del dev dsl1 ingress");
+    EXPECT_EQ(engine.attach(1), Found::nothing);
+}
+
+TEST_F(KernelRestartTest, BothDirectionsOfALineHaveTheirOwnPrograms) {
+    const LineNet net(1);
+    Engine engine(1);
+    engine.attach(1);
+    const unsigned ifIndex = LineNet::index("dsl1");
+    const auto from = node::attachedProgram(ifIndex, Direction::fromSubscriber);
+    const auto to = node::attachedProgram(ifIndex, Direction::toSubscriber);
+    EXPECT_TRUE(from && to && *from != *to);
+}
+
 TEST_F(KernelRestartTest, WithThreeCapabilitiesPinsAreNeededToFindEarlierGates) {
     const LineNet net(4);
     ASSERT_EQ(unshare(CLONE_NEWNS), 0);
