@@ -32,6 +32,7 @@
 
 #include <gate_programs.skel.h>
 
+#include "node/engine/kernel/frame_checksum.h"
 #include "node/engine/kernel/kernel_rules.h"
 #include "node/engine/kernel/libbpf_text.h"
 #include "node/engine/kernel/tc_hook.h"
@@ -376,13 +377,15 @@ bool KernelEngine::reinject(unsigned ifId, std::span<const uint8_t> frame, std::
         error = "the gate of line " + std::to_string(ifId) + " is not open";
         return false;
     }
+    std::vector<uint8_t> whole(frame.begin(), frame.end());
+    completeChecksum(whole);
     xdp_md context{};
-    context.data_end = static_cast<uint32_t>(frame.size());
+    context.data_end = static_cast<uint32_t>(whole.size());
     context.ingress_ifindex = loadWord(record(ifId).ifIndex);
     bpf_test_run_opts opts{};
     opts.sz = sizeof opts;
-    opts.data_in = frame.data();
-    opts.data_size_in = static_cast<uint32_t>(frame.size());
+    opts.data_in = whole.data();
+    opts.data_size_in = static_cast<uint32_t>(whole.size());
     opts.ctx_in = &context;
     opts.ctx_size_in = sizeof context;
     opts.repeat = 1;
