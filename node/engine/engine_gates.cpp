@@ -99,4 +99,12 @@ void Engine::renewGate(unsigned ifId) {
     armAfterBackOff(ifId, line);
 }
 
+void Engine::lost(unsigned ifId, size_t octets) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = lines_.find(ifId);
+    if (found != lines_.end()) {
+        found->second.port.lost(octets);
+    }
+}
+
 }  // namespace node

@@ -163,8 +163,12 @@ void LiveLines::down(const Line& line, const LinkState& state) {
 void LiveLines::forward(unsigned ifId, std::span<const uint8_t> frame) {
     const auto state = states_.find(ifId);
     std::string error;
-    if (state != states_.end() && !gates_.reinject(ifId, frame, error)) {
-        log_.line(ifId, "device", "a kept frame is lost: " + error);
+    if (state == states_.end() || gates_.reinject(ifId, frame, error)) {
+        return;
+    }
+    log_.line(ifId, "device", "a kept frame is lost: " + error);
+    if (engine_) {
+        engine_->lost(ifId, frame.size());
     }
 }
 

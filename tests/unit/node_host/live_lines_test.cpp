@@ -6,7 +6,9 @@
 
 #include <sstream>
 
+#include "node/engine/bridge.h"
 #include "tests/unit/node_host/fake_gates.h"
+#include "tests/unit/node_host/line_rules.h"
 
 namespace {
 
@@ -188,6 +190,32 @@ TEST_F(LiveLinesTest, KeptFramesGoOnWhereThereIsADevice) {
     gates.refuses = "too long";
     lines.forward(1, frame);
     EXPECT_THAT(out.str(), HasSubstr("a kept frame is lost: too long"));
+}
+
+TEST_F(LiveLinesTest, KeptFrameThatCannotGoOnCountsAsDropped) {
+    engine.onForward(
+        [this](unsigned ifId, std::span<const uint8_t> frame) { lines.forward(ifId, frame); });
+    engine.setNodeAdmin(true);
+    engine.setAdmin(1, true);
+    engine.setAutoRequest(1, true);
+    engine.setMaxQueue(1, 3);
+    attach(up);
+    begin();
+    node::attachBridge(&engine);
+    node_test::giveRule(1, node_test::anyFrame());
+    node::attachBridge(nullptr);
+    const std::vector<uint8_t> frame(60, 1);
+    engine.frame(1, frame);
+    engine.frame(1, frame);
+    gates.refuses = "too long";
+    engine.reply(1, node::Stage::authentication, true);
+    engine.reply(1, node::Stage::authorization, true);
+    const auto counters = engine.counters(1);
+    ASSERT_TRUE(counters);
+    EXPECT_EQ((*counters)[node::Counter::framesSeen], 2u);
+    EXPECT_EQ((*counters)[node::Counter::framesQueued], 2u);
+    EXPECT_EQ((*counters)[node::Counter::forwarded], 0u);
+    EXPECT_EQ((*counters)[node::Counter::droppedPending], 2u);
 }
 
 TEST_F(LiveLinesTest, GateFoundOpenIsExplained) {
