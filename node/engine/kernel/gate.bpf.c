@@ -74,6 +74,8 @@ struct {
     __type(value, struct Scratch);
 } talScratch SEC(".maps");
 
+#define KERNEL_TURNS 8
+
 #define READ_ONCE(word) (*(const volatile __typeof__(word)*)&(word))
 
 // Copies the frame as it was on the wire: the outer tag, which the stack keeps aside, in line.
@@ -132,15 +134,27 @@ static __always_inline int anyRuleMatches(struct __sk_buff* skb, struct Scratch*
     return 0;
 }
 
-// Whether the frame went up. The node gives a number of traps; whoever finds none left gives
-// nothing back, and the next number replaces what is left.
+// Takes one of the traps that the node gave, if any is left. The number never goes below zero: a
+// trap that is given back after a failure must be one again, whoever else tried meanwhile. One
+// that loses every turn to others leaves what is there to the next frame.
+static __always_inline int takeTrap(struct KernelLineRecord* line) {
+    for (int turn = 0; turn < KERNEL_TURNS; ++turn) {
+        const int64_t left = READ_ONCE(line->traps);
+        if (left <= 0) {
+            return 0;
+        }
+        if (__sync_val_compare_and_swap(&line->traps, left, left - 1) == left) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+// Whether the frame went up.
 static __always_inline int handUp(struct Scratch* scratch, struct KernelLineRecord* line,
                                   struct KernelCounters* counters, uint32_t ifId) {
-    if (READ_ONCE(line->traps) <= 0 || __sync_fetch_and_add(&line->traps, -1) <= 0) {
-        return 0;
-    }
     uint32_t size = scratch->size;
-    if (size > KERNEL_FRAME) {
+    if (size > KERNEL_FRAME || !takeTrap(line)) {
         return 0;
     }
     scratch->trap.ifId = ifId;
