@@ -171,6 +171,31 @@ TEST_F(LiveLines, DeviceUnderANewIndexGetsItsGateAgain) {
     EXPECT_TRUE(node.reaches(1, "open"));
 }
 
+TEST_F(LiveLines, GatesThatSomebodyTakesOffComeBackAsTheyWere) {
+    const LineNet net(3);
+    RawSocket open(LineNet::subscriber(1)), closed(LineNet::subscriber(2)), core = listenOn("core");
+    RawSocket half(LineNet::subscriber(3));
+    const LiveNode node(dir, liveConfig(3));
+    open.send(numbered(1));
+    EXPECT_EQ(nextOf(core), 1U);
+    ASSERT_TRUE(node.says("pending -> open"));
+    run("tc qdisc del dev dsl1 clsact && tc qdisc del dev dsl2 clsact && "
+        "tc filter del dev dsl3 egress");
+    for (const char* device : {"dsl1", "dsl2", "dsl3"}) {
+        EXPECT_TRUE(node.says(std::string(device) + ": WITHOUT A GATE: somebody took it off"));
+        EXPECT_TRUE(node.says(std::string(device) + ": gate ", 2));
+    }
+    closed.send(other(2));
+    half.send(other(3));
+    EXPECT_EQ(nextOf(core, aMoment), 0U);
+    open.send(other(4));
+    EXPECT_EQ(nextOf(core), 4U);
+    closed.send(numbered(5));
+    EXPECT_EQ(nextOf(core), 5U);
+    EXPECT_TRUE(node.reaches(2, "open"));
+    EXPECT_EQ(node.log().find("link lost"), std::string::npos);
+}
+
 TEST_F(LiveLines, DeviceThatIsMissingAtTheStartIsTakenWhenItComes) {
     const LineNet net(1);
     RawSocket core = listenOn("core");

@@ -322,6 +322,21 @@ bool KernelEngine::detach(unsigned ifId, std::string& error) {
     return true;
 }
 
+uint32_t KernelEngine::programId(const char* name) const {
+    bpf_prog_info info{};
+    uint32_t size = sizeof info;
+    return bpf_obj_get_info_by_fd(programFd(name), &info, &size) == 0 ? info.id : 0;
+}
+
+bool KernelEngine::inPlace(unsigned ifId) const {
+    if (!known(ifId)) {
+        return false;
+    }
+    const unsigned ifIndex = loadWord(record(ifId).ifIndex);
+    return attachedProgram(ifIndex, Direction::fromSubscriber) == programId("talIngress") &&
+           attachedProgram(ifIndex, Direction::toSubscriber) == programId("talEgress");
+}
+
 bool KernelEngine::setGate(unsigned ifId, Gate gate) {
     if (!known(ifId)) {
         return false;

@@ -54,6 +54,7 @@ public:
     std::vector<unsigned> strays() const;
     bool freeStray(unsigned ifIndex, std::string& error);
 
+    bool inPlace(unsigned ifId) const override;
     bool setGate(unsigned ifId, Gate gate) override;
     Gate gate(unsigned ifId) const override;
     bool linkDown(unsigned ifId, uint32_t carrierDowns) override;
@@ -77,6 +78,7 @@ private:
     bool shareLines(std::string& error);
     bool openEvents(std::string& error);
     int programFd(const char* name) const;
+    uint32_t programId(const char* name) const;
     bool known(unsigned ifId) const;
     KernelLineRecord& record(unsigned ifId) const { return lines_[ifId]; }
     std::optional<Found> lookAt(const Line& line, KernelGate& gate, std::string& error) const;

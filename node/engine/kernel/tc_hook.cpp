@@ -1,3 +1,7 @@
+// The place is the first of clsact's filters, but not of all programs: XDP and tcx programs of
+// others run before it, and so does a filter that they give the same priority later. docs/node.md
+// says what that means for a line.
+//
 // The clsact qdisc stays when the last program goes: other filters may have come to live on it.
 //
 // Instead of clsact an interface may have an "ingress" qdisc, which has the same number and one

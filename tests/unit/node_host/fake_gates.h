@@ -13,6 +13,7 @@ class FakeGates : public node::LineGates {
 public:
     struct State {
         bool attached = false;
+        bool takenOff = false;  // by somebody else
         Line line;
         node::Gate gate = node::Gate::blocked;
         std::vector<ittalCondition> rules;
@@ -38,6 +39,7 @@ public:
         State& state = lines[line.ifId];
         const bool stays = finds == Found::own || finds == Found::older;
         state = {.attached = true,
+                 .takenOff = false,
                  .line = line,
                  .gate = stays ? state.gate : node::Gate::blocked,
                  .rules = {},
@@ -45,6 +47,10 @@ public:
                  .rulesWritten = state.rulesWritten,
                  .totals = state.totals};
         return finds;
+    }
+    bool inPlace(unsigned ifId) const override {
+        const auto found = lines.find(ifId);
+        return found != lines.end() && found->second.attached && !found->second.takenOff;
     }
     bool setGate(unsigned ifId, node::Gate gate) override {
         State* const state = find(ifId);

@@ -161,6 +161,50 @@ TEST_F(LiveLinesTest, DeviceWithoutAGateHasNoLinkAndIsTriedAgain) {
     EXPECT_EQ(gates.polls, 2u);
 }
 
+TEST_F(LiveLinesTest, GateThatSomebodyTookOffIsPutOnAgainAsItWas) {
+    open();
+    gates.lines[1].takenOff = true;
+    loop.at(3s, [this] {
+        EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 10"));
+        EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: somebody took it off"));
+        EXPECT_EQ(gates.gate(1), Gate::open) << "the login is as good as before";
+        EXPECT_THAT(links, IsEmpty());
+        engine.setAdmin(1, false);
+        gates.lines[1].gate = Gate::open;
+        gates.lines[1].takenOff = true;
+    });
+    runFor(5s);
+    EXPECT_EQ(gates.gate(1), Gate::blocked);
+}
+
+TEST_F(LiveLinesTest, LineWhoseGateCannotBePutBackLosesItsLinkUntilItCan) {
+    open();
+    gates.lines[1].takenOff = true;
+    gates.refuses = "another program is attached";
+    loop.at(2500ms, [this] {
+        EXPECT_THAT(links, ElementsAre("1 down"));
+        EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: another program is attached"));
+        gates.refuses.clear();
+    });
+    runFor(4s);
+    EXPECT_THAT(links, ElementsAre("1 down", "1 up"));
+}
+
+TEST_F(LiveLinesTest, FramesLostForWantOfRoomAreToldOnce) {
+    gates.lines[1].totals.trapsLost = 7;  // of an earlier process
+    open();
+    loop.at(5s, [this] {
+        EXPECT_THAT(out.str(), Not(HasSubstr("no room")));
+        gates.lines[1].totals.trapsLost = 12;
+    });
+    loop.at(7s, [this] {
+        EXPECT_THAT(out.str(), HasSubstr("veth1: no room for 5 frames that ask"));
+        out.str("");
+    });
+    runFor(12s);
+    EXPECT_THAT(out.str(), Not(HasSubstr("no room")));
+}
+
 TEST_F(LiveLinesTest, DeviceThatIsGoneIsNotTriedAgain) {
     attach(std::nullopt);
     begin();
