@@ -344,6 +344,22 @@ TEST_F(KernelRestartTest, WithThreeCapabilitiesPinsAreNeededToFindEarlierGates) 
         EXPECT_EQ(engine.attach(3), Found::own);
         EXPECT_EQ(engine->gate(3), Gate::blocked);
     }));
+    // Pins are also made of maps that were found without.
+    for (const char* pin :
+         {"talMeta", "talSlots", "talLines", "talRules", "talCounters", "talEvents"}) {
+        EXPECT_TRUE(std::filesystem::remove(pins + "/" + pin));
+    }
+    EXPECT_TRUE(inChild([&] {
+        Engine engine(4, pins);
+        EXPECT_EQ(engine.attach(1), Found::own);
+    }));
+    EXPECT_TRUE(inChild([&] {
+        std::string error;
+        ASSERT_TRUE(node::dropOtherCapabilities(error)) << error;
+        Engine engine(4, pins);
+        EXPECT_EQ(engine.attach(1), Found::own);
+        EXPECT_EQ(engine->gate(1), Gate::open);
+    }));
     // Pins of another layout are replaced, and still give their gates.
     ASSERT_TRUE(writeLayout(1, KERNEL_LAYOUT + 1));
     EXPECT_TRUE(inChild([&] {

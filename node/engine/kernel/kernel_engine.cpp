@@ -115,6 +115,7 @@ void KernelEngine::findMaps(std::span<const unsigned> interfaces) {
         auto pinned = GateMaps::pinnedIn(options_.pinDirectory);
         if (usable(pinned)) {
             maps_ = std::move(*pinned);
+            pinned_ = true;
             return;
         }
         older_ = std::move(pinned);
@@ -136,7 +137,7 @@ bool KernelEngine::load(std::span<const unsigned> interfaces, std::string& error
     if (!loadPrograms(found, error) || (!found && !takeNewMaps(error)) || !shareLines(error)) {
         return false;
     }
-    return found || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
+    return pinned_ || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
 }
 
 bool KernelEngine::loadPrograms(bool reuseMaps, std::string& error) {

@@ -94,6 +94,7 @@ private:
     const Options options_;
     const Trapped trapped_;
     GateMaps maps_;
+    bool pinned_ = false;            // they are what the pins hold
     std::optional<GateMaps> older_;  // pinned, of another layout
     bpf_object* object_ = nullptr;   // the loaded programs
     ring_buffer* events_ = nullptr;
