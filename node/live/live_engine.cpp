@@ -201,12 +201,11 @@ void LiveEngine::release(const Settings& settings, EventLog& log) {
     for (const LiveLines::Line& line : settings.lines) {
         std::string error;
         const auto state = live.links_->state(line.device);
-        if (!state || !attachedProgram(state->ifIndex, Direction::fromSubscriber)) {
+        if (!state || !(attachedProgram(state->ifIndex, Direction::fromSubscriber) ||
+                        attachedProgram(state->ifIndex, Direction::toSubscriber))) {
             continue;
         }
-        // Attaching says whether the program there is a gate.
-        if (!live.gates_->attach({line.ifId, state->ifIndex, state->carrierDowns, false}, error) ||
-            !live.gates_->detach(line.ifId, error)) {
+        if (!live.gates_->freeStray(state->ifIndex, error)) {
             throw LiveError(line.device + ": " + error);
         }
         log.line(line.ifId, "device", line.device + ": freed, everything passes");

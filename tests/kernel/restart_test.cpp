@@ -288,13 +288,50 @@ TEST_F(KernelRestartTest, AProgramOfSomebodyElseInOurPlaceIsLeftAlone) {
     const node::Fd program(bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "somebody", "unspecified",
                                          instructions, std::size(instructions), nullptr));
     const unsigned ifIndex = LineNet::index("dsl1");
+    for (const Direction direction : {Direction::fromSubscriber, Direction::toSubscriber}) {
+        std::string error;
+        ASSERT_TRUE(node::attachProgram(ifIndex, direction, program.get(), error)) << error;
+        const auto theirs = node::attachedProgram(ifIndex, direction);
+        Engine engine(1);
+        EXPECT_FALSE(engine->attach({.ifId = 1, .ifIndex = ifIndex}, error));
+        EXPECT_NE(error.find("another program"), std::string::npos) << error;
+        EXPECT_TRUE(engine->strays().empty());
+        EXPECT_FALSE(engine->freeStray(ifIndex, error));
+        EXPECT_EQ(node::attachedProgram(ifIndex, direction), theirs);
+        ASSERT_TRUE(node::detachProgram(ifIndex, direction, error)) << error;
+    }
+}
+
+// As after a process that was killed between the two, or when somebody took one off.
+TEST_F(KernelRestartTest, HalfAGateIsFoundAndFreed) {
+    const LineNet net(4);
+    earlierProcess();
+    run("tc filter del dev dsl2 ingress && tc filter del dev dsl3 egress");
+    Engine engine(4);
+    engine.attach(1);
+    engine.attach(4);
+    std::vector<unsigned> strays = engine->strays();
+    std::sort(strays.begin(), strays.end());
+    ASSERT_EQ(strays, (std::vector<unsigned>{LineNet::index("dsl2"), LineNet::index("dsl3")}));
+    for (const unsigned stray : strays) {
+        std::string error;
+        EXPECT_TRUE(engine->freeStray(stray, error)) << error;
+        EXPECT_FALSE(node::attachedProgram(stray, Direction::fromSubscriber));
+        EXPECT_FALSE(node::attachedProgram(stray, Direction::toSubscriber));
+    }
+}
+
+TEST_F(KernelRestartTest, AFreedStraysCountersStartAgain) {
+    const LineNet net(4);
+    earlierProcess();
+    Engine engine(4);
+    engine.attach(1);
+    RawSocket(LineNet::subscriber(2)).send(numbered(1));
     std::string error;
-    ASSERT_TRUE(node::attachProgram(ifIndex, Direction::fromSubscriber, program.get(), error));
-    const uint32_t theirs = programOn(1);
-    Engine engine(1);
-    EXPECT_FALSE(engine->attach({.ifId = 1, .ifIndex = ifIndex}, error));
-    EXPECT_NE(error.find("another program"), std::string::npos) << error;
-    EXPECT_EQ(programOn(1), theirs);
+    ASSERT_TRUE(engine->freeStray(LineNet::index("dsl2"), error)) << error;
+    engine.attach(2);
+    EXPECT_EQ(engine->totals(2).trapped, 0U);
+    EXPECT_EQ(engine->totals(2).counters[KERNEL_DROPPED_BLOCKED], 0U);
 }
 
 // Such a qdisc has one list of filters for both directions.

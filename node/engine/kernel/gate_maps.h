@@ -20,6 +20,9 @@ public:
     enum Map : size_t { meta, slots, lines, rules, counters, events, mapCount };
     static std::string_view name(Map map);
 
+    enum class Owner { node, hidden, others };  // hidden: looking takes CAP_SYS_ADMIN
+    // Whose program it is; the node's for either direction, of whatever process.
+    static Owner ownerOf(uint32_t programId);
     // Empty when the program is not the node's. An unreadable one (that takes CAP_SYS_ADMIN)
     // is empty as well, with `refused` set.
     static std::optional<GateMaps> ofProgram(uint32_t programId, bool& refused);

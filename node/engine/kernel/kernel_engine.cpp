@@ -75,6 +75,19 @@ void storeWord(Word& word, Word value) {
     std::atomic_ref<Word>(word).store(value);
 }
 
+constexpr Direction directions[] = {Direction::fromSubscriber, Direction::toSubscriber};
+
+bool hasProgram(unsigned ifIndex, Direction direction, bool ofNode) {
+    const auto id = attachedProgram(ifIndex, direction);
+    return id && (GateMaps::ownerOf(*id) != GateMaps::Owner::others) == ofNode;
+}
+
+// In either direction.
+bool hasProgram(unsigned ifIndex, bool ofNode) {
+    return std::any_of(std::begin(directions), std::end(directions),
+                       [&](Direction direction) { return hasProgram(ifIndex, direction, ofNode); });
+}
+
 bpf_map* mapOf(bpf_object* object, GateMaps::Map map) {
     return bpf_object__find_map_by_name(object, std::string(GateMaps::name(map)).c_str());
 }
@@ -214,16 +227,16 @@ bool KernelEngine::known(unsigned ifId) const {
 std::optional<KernelEngine::Found> KernelEngine::lookAt(const Line& line, KernelGate& gate,
                                                         std::string& error) const {
     gate = KERNEL_GATE_BLOCKED;
+    if (hasProgram(line.ifIndex, false)) {
+        error = "interface " + std::to_string(line.ifIndex) + ": another program is attached";
+        return std::nullopt;
+    }
     const auto id = attachedProgram(line.ifIndex, Direction::fromSubscriber);
     if (!id) {
         return Found::nothing;
     }
     bool refused = false;
     const auto there = GateMaps::ofProgram(*id, refused);
-    if (!there && !refused) {
-        error = "interface " + std::to_string(line.ifIndex) + ": another program is attached";
-        return std::nullopt;
-    }
     const bool ours = there ? there->sameAs(maps_) : maps_.lineOf(line.ifIndex).has_value();
     const GateMaps* source = ours ? &maps_ : there ? &*there : older_ ? &*older_ : nullptr;
     if (source == nullptr) {
@@ -306,21 +319,37 @@ bool KernelEngine::detach(unsigned ifId, std::string& error) {
     if (!known(ifId)) {
         return true;
     }
-    const unsigned ifIndex = loadWord(record(ifId).ifIndex);
-    if (!detachProgram(ifIndex, Direction::fromSubscriber, error) ||
-        !detachProgram(ifIndex, Direction::toSubscriber, error)) {
+    if (!freeInterface(loadWord(record(ifId).ifIndex), error)) {
         return false;
     }
+    attached_[ifId] = false;
+    return true;
+}
+
+// What somebody else put into a place of ours since is left there.
+bool KernelEngine::freeInterface(unsigned ifIndex, std::string& error) {
+    for (const Direction direction : directions) {
+        if (hasProgram(ifIndex, direction, true) && !detachProgram(ifIndex, direction, error)) {
+            return false;
+        }
+    }
+    forget(ifIndex);
+    return true;
+}
+
+void KernelEngine::forget(unsigned ifIndex) {
+    const auto ifId = maps_.lineOf(ifIndex);
     bpf_map_delete_elem(maps_.fd(GateMaps::slots), &ifIndex);
+    if (!ifId || *ifId >= KERNEL_LINES) {
+        return;
+    }
     const std::vector<KernelCounters> zeroes(
         static_cast<size_t>(std::max(libbpf_num_possible_cpus(), 1)));
-    bpf_map_update_elem(maps_.fd(GateMaps::counters), &ifId, zeroes.data(), BPF_ANY);
-    KernelLineRecord& entry = record(ifId);
+    bpf_map_update_elem(maps_.fd(GateMaps::counters), &*ifId, zeroes.data(), BPF_ANY);
+    KernelLineRecord& entry = record(*ifId);
     storeWord<uint32_t>(entry.gate, KERNEL_GATE_BLOCKED);
     storeWord<uint32_t>(entry.reinjected, 0);
     storeWord<uint32_t>(entry.ifIndex, 0);
-    attached_[ifId] = false;
-    return true;
 }
 
 uint32_t KernelEngine::programId(const char* name) const {
@@ -461,12 +490,7 @@ KernelEngine::Totals KernelEngine::totals(unsigned ifId) const {
 // leaves its old one with the program and without a record, and other maps are not known here.
 bool KernelEngine::isStray(unsigned ifIndex) const {
     const auto ifId = maps_.lineOf(ifIndex);
-    if (ifId && known(*ifId)) {
-        return false;
-    }
-    const auto id = attachedProgram(ifIndex, Direction::fromSubscriber);
-    bool refused = false;
-    return id && (GateMaps::ofProgram(*id, refused) || refused);
+    return !(ifId && known(*ifId)) && hasProgram(ifIndex, true);
 }
 
 std::vector<unsigned> KernelEngine::strays() const {
@@ -487,15 +511,10 @@ std::vector<unsigned> KernelEngine::strays() const {
 bool KernelEngine::freeStray(unsigned ifIndex, std::string& error) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (!isStray(ifIndex)) {
-        error = "interface " + std::to_string(ifIndex) + " is no stray";
+        error = "interface " + std::to_string(ifIndex) + " has no gate to be freed";
         return false;
     }
-    if (!detachProgram(ifIndex, Direction::fromSubscriber, error) ||
-        !detachProgram(ifIndex, Direction::toSubscriber, error)) {
-        return false;
-    }
-    bpf_map_delete_elem(maps_.fd(GateMaps::slots), &ifIndex);
-    return true;
+    return freeInterface(ifIndex, error);
 }
 
 int KernelEngine::fd() const {

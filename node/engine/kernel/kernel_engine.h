@@ -86,6 +86,8 @@ private:
     bool writeRules(unsigned ifId, const KernelRules& rules);
     KernelCounters sumOf(unsigned ifId) const;
     bool isStray(unsigned ifIndex) const;
+    bool freeInterface(unsigned ifIndex, std::string& error);
+    void forget(unsigned ifIndex);
     void countBefore(unsigned ifId);
     void eachCollected(
         const std::function<void(const KernelTrap&, std::span<const uint8_t>)>& use) const;
