@@ -143,20 +143,21 @@ void LiveEngine::attachAll() {
     }
 }
 
-// Gates that nobody looks after: not those of a node that runs beside this one.
-std::vector<unsigned> LiveEngine::strays() const {
-    std::vector<unsigned> found;
+// Gates that nobody looks after: not those of a node that runs beside this one. Nor can one start
+// there as long as the lock is held.
+std::vector<LiveEngine::Stray> LiveEngine::strays() const {
+    std::vector<Stray> found;
     for (const unsigned ifIndex : gates_->strays()) {
         std::string error;
-        if (DeviceLock::take(nameOf(ifIndex), error)) {
-            found.push_back(ifIndex);
+        if (auto lock = DeviceLock::take(nameOf(ifIndex), error)) {
+            found.push_back({ifIndex, std::move(*lock)});
         }
     }
     return found;
 }
 
 void LiveEngine::treatStrays(bool freeThem) {
-    for (const unsigned ifIndex : strays()) {
+    for (const auto& [ifIndex, lock] : strays()) {
         std::string error;
         const std::string name = nameOf(ifIndex);
         if (!freeThem) {
@@ -210,7 +211,7 @@ void LiveEngine::release(const Settings& settings, EventLog& log) {
         }
         log.line(line.ifId, "device", line.device + ": freed, everything passes");
     }
-    for (const unsigned ifIndex : live.strays()) {
+    for (const auto& [ifIndex, lock] : live.strays()) {
         std::string error;
         if (!live.gates_->freeStray(ifIndex, error)) {
             throw LiveError(nameOf(ifIndex) + ": " + error);

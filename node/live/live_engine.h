@@ -51,7 +51,11 @@ private:
     bool lockMaps(const std::string& maps);
     void attachAll();
     void treatStrays(bool freeThem);
-    std::vector<unsigned> strays() const;
+    struct Stray {
+        unsigned ifIndex;
+        DeviceLock lock;  // of the device
+    };
+    std::vector<Stray> strays() const;
 
     EventLog& log_;
     std::vector<DeviceLock> locks_;
