@@ -60,7 +60,8 @@ public:
     // False: no such line.
     virtual bool setGate(unsigned ifId, Gate gate) = 0;
     virtual Gate gate(unsigned ifId) const = 0;
-    // The link was lost: blocks the gate, takes back the traps, notes the interface's count.
+    // The link was lost, or is back and was lost more often: blocks the gate, takes back the traps,
+    // notes the interface's count.
     virtual bool linkDown(unsigned ifId, uint32_t carrierDowns) = 0;
     // Alternatives, in force for the next frame; none: nothing matches. False also when there
     // are too many.

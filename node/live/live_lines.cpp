@@ -117,6 +117,8 @@ void LiveLines::changed(const std::string& device, LinkEvent event, const LinkSt
             break;
         case LinkEvent::up:
             if (states_[line->ifId].attached) {
+                // The gate is still closed: losses on the way here are none of the next login's.
+                gates_.linkDown(line->ifId, state.carrierDowns);
                 setLink_(line->ifId, true);
             }
             break;

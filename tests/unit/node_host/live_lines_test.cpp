@@ -130,6 +130,16 @@ TEST_F(LiveLinesTest, LostLinkShutsTheGateFirst) {
     EXPECT_EQ(engine.status(1)->state, node::PortState::blocked);
 }
 
+TEST_F(LiveLinesTest, LossesThatNobodyHeardOfAreNotedBeforeTheLinkIsUsed) {
+    open();
+    lines.changed("veth1", LinkEvent::down, downState);
+    gates.calls.clear();
+    lines.changed("veth1", LinkEvent::up, {.ifIndex = 10, .up = true, .carrierDowns = 5});
+    EXPECT_THAT(gates.calls, ElementsAre("linkDown 1 count 5"));
+    EXPECT_EQ(gates.gate(1), Gate::pending) << "automatic request";
+    EXPECT_EQ(gates.lines[1].traps, 1u);
+}
+
 TEST_F(LiveLinesTest, DeviceThatComesBackGetsItsGateBeforeItsLink) {
     open();
     lines.changed("veth1", LinkEvent::down, downState);
