@@ -91,8 +91,8 @@ void Engine::renewGate(unsigned ifId) {
     Line& line = found->second;
     const RuleBook::Conditions* const bound = rules_.conditionsOf(ifId);
     const RuleBook::Conditions& rules = bound ? *bound : RuleBook::Conditions{};
-    line.gates->setRules(ifId, rules);
-    line.told = rules;
+    // Rules that were refused are told again with the next change.
+    line.told = line.gates->setRules(ifId, rules) ? rules : RuleBook::Conditions{};
     line.gates->setGate(ifId, gateOf(line.port));
     line.armed = line.port.framesWanted(loop_.now());
     line.gates->arm(ifId, line.armed);

@@ -27,6 +27,7 @@ public:
     std::vector<std::string> calls;  // attach, linkDown, reinject, in their order
     unsigned polls = 0;
     Found finds = Found::nothing;
+    bool refusesRules = false;
     std::string refuses;  // attaching and reinjecting fail with this text, unless empty
 
     std::optional<Found> attach(const Line& line, std::string& error) override {
@@ -71,6 +72,9 @@ public:
     }
     bool setRules(unsigned ifId, std::span<const ittalCondition> conditions) override {
         State* const state = find(ifId);
+        if (refusesRules) {
+            return false;
+        }
         if (state) {
             state->rules.assign(conditions.begin(), conditions.end());
             ++state->rulesWritten;
