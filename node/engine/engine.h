@@ -58,6 +58,9 @@ public:
     // The line's interface is new: the gate gets the line's state, rules and traps again.
     void renewGate(unsigned ifId);
 
+    // A kept frame that was to be forwarded could not be.
+    void lost(unsigned ifId, size_t octets);
+
     // The subscriber side.
     void frame(unsigned ifId, std::span<const uint8_t> bytes);
     void link(unsigned ifId, bool up);

@@ -100,12 +100,20 @@ void Engine::renewGate(unsigned ifId) {
     Line& line = found->second;
     const RuleBook::Conditions* const bound = rules_.conditionsOf(ifId);
     const RuleBook::Conditions& rules = bound ? *bound : RuleBook::Conditions{};
-    line.gates->setRules(ifId, rules);
-    line.told = rules;
+    // Rules that were refused are told again with the next change.
+    line.told = line.gates->setRules(ifId, rules) ? rules : RuleBook::Conditions{};
     line.gates->setGate(ifId, gateOf(line.port));
     line.armed = line.port.framesWanted(loop_.now());
     line.gates->arm(ifId, line.armed);
     armAfterBackOff(ifId, line);
+}
+
+void Engine::lost(unsigned ifId, size_t octets) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = lines_.find(ifId);
+    if (found != lines_.end()) {
+        found->second.port.lost(octets);
+    }
 }
 
 }  // namespace node

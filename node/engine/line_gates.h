@@ -55,10 +55,13 @@ public:
     // Rules and traps of an earlier process are gone afterwards, its gate is as Found says.
     // Frames that waited are given out by the next poll(), and nothing else announces them.
     virtual std::optional<Found> attach(const Line& line, std::string& error) = 0;
+    // Whether the interface still has the gate that attach() put there.
+    virtual bool inPlace(unsigned ifId) const = 0;
     // False: no such line.
     virtual bool setGate(unsigned ifId, Gate gate) = 0;
     virtual Gate gate(unsigned ifId) const = 0;
-    // The link was lost: blocks the gate, takes back the traps, notes the interface's count.
+    // The link was lost, or is back and was lost more often: blocks the gate, takes back the traps,
+    // notes the interface's count.
     virtual bool linkDown(unsigned ifId, uint32_t carrierDowns) = 0;
     // Alternatives, in force for the next frame; none: nothing matches. False also when there
     // are too many.

@@ -291,6 +291,13 @@ Port::Outcome Port::setStageOper(Stage stage, bool up, Time now) {
     return askStored(now);
 }
 
+// It counts as one that was given up with its request, as the next process will see it too.
+void Port::lost(size_t octets) {
+    counters_.count(Counter::forwarded, ~0U);  // one less
+    counters_.count(Counter::droppedPending);
+    forwardedOctets_ -= octets;
+}
+
 bool Port::holdOpen() {
     held_ = storedWanted_ && state_ == PortState::blocked;
     return held_;

@@ -81,6 +81,8 @@ public:
     // A gate in the kernel. One that was found open stays so while a stored request is on its
     // way and until its end; false: there is none, the gate closes.
     bool holdOpen();
+    // A kept frame that was given out did not pass after all.
+    void lost(size_t octets);
     bool passes() const { return state_ == PortState::open || held_; }
     // How many matching frames the gate should hand up: what can be asked and kept now.
     uint32_t framesWanted(Time now) const;

@@ -90,7 +90,8 @@ LiveEngine::LiveEngine(const Settings& settings, EventLog& log, Bare) : log_(log
         }
     }
     gates_ = KernelEngine::start(
-        indexes, {settings.pinDirectory},
+        indexes,
+        {settings.pinDirectory, [this](const std::string& maps) { return lockMaps(maps); }},
         [this](unsigned ifId, std::span<const uint8_t> frame) {
             if (engine_) {
                 engine_->frame(ifId, frame);
@@ -116,6 +117,19 @@ LiveEngine::LiveEngine(const Settings& settings, EventLog& log)
     }
 }
 
+// The maps that an earlier run left on a device may be those of a node on another one.
+bool LiveEngine::lockMaps(const std::string& maps) {
+    std::string error;
+    auto lock = DeviceLock::take(maps, error);
+    if (lock) {
+        locks_.push_back(std::move(*lock));
+    } else if (error != refusedMaps_) {
+        log_.line("device", error + "; only the gates are taken over");
+        refusedMaps_ = error;
+    }
+    return lock.has_value();
+}
+
 LiveEngine::~LiveEngine() {
     end();
 }
@@ -129,20 +143,21 @@ void LiveEngine::attachAll() {
     }
 }
 
-// Gates that nobody looks after: not those of a node that runs beside this one.
-std::vector<unsigned> LiveEngine::strays() const {
-    std::vector<unsigned> found;
+// Gates that nobody looks after: not those of a node that runs beside this one. Nor can one start
+// there as long as the lock is held.
+std::vector<LiveEngine::Stray> LiveEngine::strays() const {
+    std::vector<Stray> found;
     for (const unsigned ifIndex : gates_->strays()) {
         std::string error;
-        if (DeviceLock::take(nameOf(ifIndex), error)) {
-            found.push_back(ifIndex);
+        if (auto lock = DeviceLock::take(nameOf(ifIndex), error)) {
+            found.push_back({ifIndex, std::move(*lock)});
         }
     }
     return found;
 }
 
 void LiveEngine::treatStrays(bool freeThem) {
-    for (const unsigned ifIndex : strays()) {
+    for (const auto& [ifIndex, lock] : strays()) {
         std::string error;
         const std::string name = nameOf(ifIndex);
         if (!freeThem) {
@@ -187,17 +202,16 @@ void LiveEngine::release(const Settings& settings, EventLog& log) {
     for (const LiveLines::Line& line : settings.lines) {
         std::string error;
         const auto state = live.links_->state(line.device);
-        if (!state || !attachedProgram(state->ifIndex, Direction::fromSubscriber)) {
+        if (!state || !(attachedProgram(state->ifIndex, Direction::fromSubscriber) ||
+                        attachedProgram(state->ifIndex, Direction::toSubscriber))) {
             continue;
         }
-        // Attaching says whether the program there is a gate.
-        if (!live.gates_->attach({line.ifId, state->ifIndex, state->carrierDowns, false}, error) ||
-            !live.gates_->detach(line.ifId, error)) {
+        if (!live.gates_->freeStray(state->ifIndex, error)) {
             throw LiveError(line.device + ": " + error);
         }
         log.line(line.ifId, "device", line.device + ": freed, everything passes");
     }
-    for (const unsigned ifIndex : live.strays()) {
+    for (const auto& [ifIndex, lock] : live.strays()) {
         std::string error;
         if (!live.gates_->freeStray(ifIndex, error)) {
             throw LiveError(nameOf(ifIndex) + ": " + error);

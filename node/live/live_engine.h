@@ -48,12 +48,18 @@ public:
 private:
     struct Bare {};
     LiveEngine(const Settings& settings, EventLog& log, Bare);
+    bool lockMaps(const std::string& maps);
     void attachAll();
     void treatStrays(bool freeThem);
-    std::vector<unsigned> strays() const;
+    struct Stray {
+        unsigned ifIndex;
+        DeviceLock lock;  // of the device
+    };
+    std::vector<Stray> strays() const;
 
     EventLog& log_;
     std::vector<DeviceLock> locks_;
+    std::string refusedMaps_;  // as last told
     std::unique_ptr<LinkMonitor> links_;
     std::unique_ptr<KernelEngine> gates_;
     std::unique_ptr<LiveLines> lines_;

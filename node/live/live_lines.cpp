@@ -7,6 +7,8 @@
 // - The gate closes first and the engine hears of the lost link afterwards.
 // - A device that comes back gets its gate before its link is reported. One whose gate cannot be
 //   put on has no link as far as the engine knows, and it is tried again every second.
+// - Nothing tells the node that somebody took a gate off, with the qdisc it lives on or alone; so
+//   every two seconds it looks whether all are there.
 //
 // Tests: tests/unit/node_host/live_lines_test.cpp, tests/live.
 #include "node/live/live_lines.h"
@@ -19,6 +21,7 @@ namespace node {
 namespace {
 
 constexpr auto tryAgainAfter = std::chrono::seconds(1);
+constexpr auto lookAfter = std::chrono::seconds(2);
 
 std::string foundText(LineGates::Found found, bool open) {
     switch (found) {
@@ -49,7 +52,7 @@ const LiveLines::Line* LiveLines::lineOf(const std::string& device) const {
 bool LiveLines::put(const Line& line, const LinkState& state, std::string& error) {
     const auto found =
         gates_.attach({line.ifId, state.ifIndex, state.carrierDowns, line.outwardOpen}, error);
-    states_[line.ifId] = {found.has_value(), state};
+    states_[line.ifId] = {found.has_value(), state, gates_.totals(line.ifId).trapsLost};
     if (!found) {
         return false;
     }
@@ -91,6 +94,7 @@ void LiveLines::begin(Engine& engine, Reactor& loop, SetLink setLink) {
         }
     }
     gates_.poll();
+    lookAgain();
 }
 
 void LiveLines::end() {
@@ -100,6 +104,7 @@ void LiveLines::end() {
     for (const Line& line : lines_) {
         engine_->gateBy(line.ifId, nullptr);
     }
+    loop_->cancel(*nextLook_);
     engine_ = nullptr;
 }
 
@@ -115,6 +120,8 @@ void LiveLines::changed(const std::string& device, LinkEvent event, const LinkSt
             break;
         case LinkEvent::up:
             if (states_[line->ifId].attached) {
+                // The gate is still closed: losses on the way here are none of the next login's.
+                gates_.linkDown(line->ifId, state.carrierDowns);
                 setLink_(line->ifId, true);
             }
             break;
@@ -158,6 +165,49 @@ void LiveLines::tryAgain(const Line& line) {
     });
 }
 
+void LiveLines::lookAgain() {
+    nextLook_ = loop_->at(loop_->now() + lookAfter, [this] {
+        for (const Line& line : lines_) {
+            if (states_[line.ifId].attached) {
+                lookAt(line);
+            }
+        }
+        lookAgain();
+    });
+}
+
+void LiveLines::lookAt(const Line& line) {
+    if (!gates_.inPlace(line.ifId)) {
+        restore(line);
+        return;
+    }
+    uint32_t& told = states_[line.ifId].trapsLost;
+    const uint32_t lost = gates_.totals(line.ifId).trapsLost;
+    if (lost != told) {
+        log_.line(line.ifId, "device",
+                  line.device + ": no room for " + std::to_string(lost - told) +
+                      " frames that ask; the next one asks again");
+        told = lost;
+    }
+}
+
+// What was decided about the line holds; only its interface was without a gate for a while.
+void LiveLines::restore(const Line& line) {
+    const LinkState link = states_[line.ifId].link;
+    log_.line(line.ifId, "device", line.device + ": WITHOUT A GATE: somebody took it off");
+    std::string error;
+    if (put(line, link, error)) {
+        engine_->renewGate(line.ifId);
+        gates_.poll();
+        return;
+    }
+    log_.line(line.ifId, "device", line.device + ": WITHOUT A GATE: " + error);
+    if (link.up) {
+        setLink_(line.ifId, false);
+    }
+    tryAgain(line);
+}
+
 void LiveLines::down(const Line& line, const LinkState& state) {
     gates_.linkDown(line.ifId, state.carrierDowns);
     setLink_(line.ifId, false);
@@ -166,8 +216,12 @@ void LiveLines::down(const Line& line, const LinkState& state) {
 void LiveLines::forward(unsigned ifId, std::span<const uint8_t> frame) {
     const auto state = states_.find(ifId);
     std::string error;
-    if (state != states_.end() && !gates_.reinject(ifId, frame, error)) {
-        log_.line(ifId, "device", "a kept frame is lost: " + error);
+    if (state == states_.end() || gates_.reinject(ifId, frame, error)) {
+        return;
+    }
+    log_.line(ifId, "device", "a kept frame is lost: " + error);
+    if (engine_) {
+        engine_->lost(ifId, frame.size());
     }
 }
 

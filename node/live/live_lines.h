@@ -48,13 +48,17 @@ public:
 private:
     struct State {
         bool attached = false;
-        LinkState link;  // as last heard of
+        LinkState link;          // as last heard of
+        uint32_t trapsLost = 0;  // as last told
     };
 
     const Line* lineOf(const std::string& device) const;
     bool put(const Line& line, const LinkState& state, std::string& error);
     void appeared(const Line& line, const LinkState& state);
     void tryAgain(const Line& line);
+    void lookAgain();
+    void lookAt(const Line& line);
+    void restore(const Line& line);
     void down(const Line& line, const LinkState& state);
 
     const std::vector<Line> lines_;
@@ -65,6 +69,7 @@ private:
     Engine* engine_ = nullptr;
     Reactor* loop_ = nullptr;
     SetLink setLink_;
+    std::optional<Reactor::Timer> nextLook_;
 };
 
 }  // namespace node

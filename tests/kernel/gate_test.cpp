@@ -9,6 +9,7 @@
 
 #include "tests/kernel/engine_fixture.h"
 #include "tests/unit/node/condition_builder.h"
+#include "tests/unit/node/frame_builder.h"
 
 using namespace node_test;
 
@@ -122,6 +123,52 @@ TEST_F(KernelGateTest, CountersAreExact) {
     EXPECT_EQ(totals.trapped, 2U);
     EXPECT_EQ(totals.trapsLost, 0U);
     EXPECT_EQ(engine->totals(2).counters, counters({}));
+}
+
+// As the kernel's segmentation hands it over: three payloads behind one set of headers.
+TEST_F(KernelGateTest, ALargeFrameCountsAsTheFramesItStandsFor) {
+    constexpr uint32_t segments = 3;
+    const LineNet net(1);
+    Engine engine(1);
+    engine.attach(1);
+    ASSERT_TRUE(engine->setGate(1, Gate::open));
+    Buffer tcp(20, 0);
+    tcp[12] = 0x80;  // 12 octets of options
+    tcp.resize(32 + 1500);
+    Buffer six = {0x60, 0, 0, 0, 0x05, 0xe4, 17, 64};
+    six.resize(40 + 8 + 1500);
+    Buffer routed = six;
+    routed[6] = 43;
+    const struct {
+        Buffer frame;
+        uint32_t headers;
+    } rows[] = {{ether(0x0800, ipv4(tcp, {.protocol = 6})), 14 + 20 + 32},
+                {ether(0x0800, ipv4(tcp, {.protocol = 6, .options = Buffer(8, 1)})), 14 + 28 + 32},
+                {ether(0x86dd, six), 14 + 40 + 8},
+                {ether(0x86dd, routed), 0},
+                {ether(0x88b5, Buffer(1500, 0)), 0}};
+    for (const auto& row : rows) {
+        const auto before = engine->totals(1);
+        __sk_buff context{};
+        context.ifindex = LineNet::index(LineNet::access(1));
+        context.gso_segs = segments;
+        context.gso_size = 500;
+        bpf_test_run_opts opts{};
+        opts.sz = sizeof opts;
+        opts.data_in = row.frame.data();
+        opts.data_size_in = static_cast<uint32_t>(row.frame.size());
+        opts.ctx_in = &context;
+        opts.ctx_size_in = sizeof context;
+        opts.repeat = 1;
+        ASSERT_EQ(bpf_prog_test_run_opts(engine->program(), &opts), 0);
+        const auto after = engine->totals(1);
+        EXPECT_EQ(after.counters[KERNEL_FORWARDED] - before.counters[KERNEL_FORWARDED], segments);
+        EXPECT_EQ(after.counters[KERNEL_FRAMES_SEEN] - before.counters[KERNEL_FRAMES_SEEN],
+                  segments);
+        EXPECT_EQ(after.inwardOctets - before.inwardOctets,
+                  row.frame.size() + (segments - 1) * row.headers)
+            << "row " << &row - rows;
+    }
 }
 
 TEST_F(KernelGateTest, ALineThatWasNeverAttachedIsRefused) {

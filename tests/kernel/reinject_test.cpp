@@ -1,5 +1,7 @@
 // A kept frame enters the stack again through the open gate.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include "tests/kernel/engine_fixture.h"
 #include "tests/unit/node/condition_builder.h"
@@ -59,6 +61,51 @@ TEST_F(KernelReinjectTest, TagsAreKept) {
         } while (seen && seen->size() != frame.size());
         EXPECT_EQ(seen, frame);
     }
+}
+
+// A datagram of an ordinary socket, whose checksum is left to the interface.
+void sendDatagram(uint16_t port) {
+    const node::Fd out(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(port);
+    ASSERT_EQ(inet_pton(AF_INET, "192.0.2.2", &to.sin_addr), 1);
+    const char text[] = "as a socket sends it";
+    ASSERT_EQ(
+        sendto(out.get(), text, sizeof text, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to),
+        static_cast<ssize_t>(sizeof text));
+}
+
+// Over the pseudo-header and the rest of a datagram without IP options: 0xffff when it is sound.
+uint32_t datagramSum(const Buffer& frame) {
+    uint32_t sum = 17 + static_cast<uint32_t>(frame.size()) - 34;
+    for (size_t i = 26; i < frame.size(); ++i) {
+        sum += i % 2 == 0 ? frame[i] * 256U : frame[i];
+    }
+    return (sum & 0xffff) + (sum >> 16);
+}
+
+TEST_F(KernelReinjectTest, AnUnfinishedChecksumIsCompleted) {
+    const LineNet net(1);
+    Engine engine(1);
+    engine.attach(1);
+    const ittalCondition ipv4 = etherTypeIs(0x0800);
+    ASSERT_TRUE(engine->setRules(1, std::span(&ipv4, 1)));
+    ASSERT_TRUE(engine->arm(1));
+    run("ip address add 192.0.2.1/24 dev sub1 && "
+        "ip neighbour add 192.0.2.2 lladdr 02:00:00:00:00:02 dev sub1");
+    RawSocket core("core", 0x0800);
+    sendDatagram(9);
+    ASSERT_TRUE(eventually([&] { return engine->poll() == 1; }));
+    const Buffer kept = engine.trapped.back().second;
+    ASSERT_NE(datagramSum(kept), 0xffffU) << "the interface completed it, nothing is tested";
+    ASSERT_TRUE(engine->setGate(1, Gate::open));
+    std::string error;
+    ASSERT_TRUE(engine->reinject(1, kept, error)) << error;
+    const auto seen = core.receive();
+    ASSERT_TRUE(seen);
+    ASSERT_EQ(seen->size(), kept.size());
+    EXPECT_EQ(datagramSum(*seen), 0xffffU);
 }
 
 TEST_F(KernelReinjectTest, ReinjectedFramesAreCountedOnce) {

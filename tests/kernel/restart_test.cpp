@@ -288,13 +288,79 @@ TEST_F(KernelRestartTest, AProgramOfSomebodyElseInOurPlaceIsLeftAlone) {
     const node::Fd program(bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "somebody", "unspecified",
                                          instructions, std::size(instructions), nullptr));
     const unsigned ifIndex = LineNet::index("dsl1");
+    for (const Direction direction : {Direction::fromSubscriber, Direction::toSubscriber}) {
+        std::string error;
+        ASSERT_TRUE(node::attachProgram(ifIndex, direction, program.get(), error)) << error;
+        const auto theirs = node::attachedProgram(ifIndex, direction);
+        Engine engine(1);
+        EXPECT_FALSE(engine->attach({.ifId = 1, .ifIndex = ifIndex}, error));
+        EXPECT_NE(error.find("another program"), std::string::npos) << error;
+        EXPECT_TRUE(engine->strays().empty());
+        EXPECT_FALSE(engine->freeStray(ifIndex, error));
+        EXPECT_EQ(node::attachedProgram(ifIndex, direction), theirs);
+        ASSERT_TRUE(node::detachProgram(ifIndex, direction, error)) << error;
+    }
+}
+
+// As after a process that was killed between the two, or when somebody took one off.
+TEST_F(KernelRestartTest, HalfAGateIsFoundAndFreed) {
+    const LineNet net(4);
+    earlierProcess();
+    run("tc filter del dev dsl2 ingress && tc filter del dev dsl3 egress");
+    Engine engine(4);
+    engine.attach(1);
+    engine.attach(4);
+    std::vector<unsigned> strays = engine->strays();
+    std::sort(strays.begin(), strays.end());
+    ASSERT_EQ(strays, (std::vector<unsigned>{LineNet::index("dsl2"), LineNet::index("dsl3")}));
+    for (const unsigned stray : strays) {
+        std::string error;
+        EXPECT_TRUE(engine->freeStray(stray, error)) << error;
+        EXPECT_FALSE(node::attachedProgram(stray, Direction::fromSubscriber));
+        EXPECT_FALSE(node::attachedProgram(stray, Direction::toSubscriber));
+    }
+}
+
+TEST_F(KernelRestartTest, AFreedStraysCountersStartAgain) {
+    const LineNet net(4);
+    earlierProcess();
+    Engine engine(4);
+    engine.attach(1);
+    RawSocket(LineNet::subscriber(2)).send(numbered(1));
     std::string error;
-    ASSERT_TRUE(node::attachProgram(ifIndex, Direction::fromSubscriber, program.get(), error));
-    const uint32_t theirs = programOn(1);
+    ASSERT_TRUE(engine->freeStray(LineNet::index("dsl2"), error)) << error;
+    engine.attach(2);
+    EXPECT_EQ(engine->totals(2).trapped, 0U);
+    EXPECT_EQ(engine->totals(2).counters[KERNEL_DROPPED_BLOCKED], 0U);
+}
+
+// Such a qdisc has one list of filters for both directions.
+TEST_F(KernelRestartTest, AnInterfaceWithAnIngressQdiscIsRefusedAndLeftAlone) {
+    const LineNet net(1);
+    const unsigned ifIndex = LineNet::index("dsl1");
+    run("tc qdisc add dev dsl1 ingress");
     Engine engine(1);
-    EXPECT_FALSE(engine->attach({.ifId = 1, .ifIndex = ifIndex}, error));
-    EXPECT_NE(error.find("another program"), std::string::npos) << error;
-    EXPECT_EQ(programOn(1), theirs);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        std::string error;
+        EXPECT_FALSE(engine->attach({.ifId = 1, .ifIndex = ifIndex}, error));
+        EXPECT_NE(error.find("has the qdisc \"ingress\""), std::string::npos) << error;
+        EXPECT_EQ(programOn(1), 0U);
+    }
+    RawSocket core("core");
+    RawSocket(LineNet::subscriber(1)).send(numbered(2));
+    EXPECT_EQ(nextNumber(core), 2U);
+    run("tc qdisc del dev dsl1 ingress");
+    EXPECT_EQ(engine.attach(1), Found::nothing);
+}
+
+TEST_F(KernelRestartTest, BothDirectionsOfALineHaveTheirOwnPrograms) {
+    const LineNet net(1);
+    Engine engine(1);
+    engine.attach(1);
+    const unsigned ifIndex = LineNet::index("dsl1");
+    const auto from = node::attachedProgram(ifIndex, Direction::fromSubscriber);
+    const auto to = node::attachedProgram(ifIndex, Direction::toSubscriber);
+    EXPECT_TRUE(from && to && *from != *to);
 }
 
 TEST_F(KernelRestartTest, WithThreeCapabilitiesPinsAreNeededToFindEarlierGates) {
@@ -314,6 +380,22 @@ TEST_F(KernelRestartTest, WithThreeCapabilitiesPinsAreNeededToFindEarlierGates) 
         EXPECT_EQ(engine->gate(1), Gate::open);
         EXPECT_EQ(engine.attach(3), Found::own);
         EXPECT_EQ(engine->gate(3), Gate::blocked);
+    }));
+    // Pins are also made of maps that were found without.
+    for (const char* pin :
+         {"talMeta", "talSlots", "talLines", "talRules", "talCounters", "talEvents"}) {
+        EXPECT_TRUE(std::filesystem::remove(pins + "/" + pin));
+    }
+    EXPECT_TRUE(inChild([&] {
+        Engine engine(4, pins);
+        EXPECT_EQ(engine.attach(1), Found::own);
+    }));
+    EXPECT_TRUE(inChild([&] {
+        std::string error;
+        ASSERT_TRUE(node::dropOtherCapabilities(error)) << error;
+        Engine engine(4, pins);
+        EXPECT_EQ(engine.attach(1), Found::own);
+        EXPECT_EQ(engine->gate(1), Gate::open);
     }));
     // Pins of another layout are replaced, and still give their gates.
     ASSERT_TRUE(writeLayout(1, KERNEL_LAYOUT + 1));

@@ -1,7 +1,11 @@
 // Which frames of a closed line are handed up, how many, and what happens to those that cannot.
+#include <bpf/bpf.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <thread>
+
+#include "node/engine/kernel/tc_hook.h"
 #include "tests/kernel/engine_fixture.h"
 #include "tests/unit/node/condition_builder.h"
 
@@ -143,6 +147,58 @@ TEST_F(KernelTrapTest, AFullRingBufferLosesFramesAndCountsThem) {
     ASSERT_TRUE(engine.counted(1, frames + traps));
     EXPECT_EQ(engine->poll(), traps - totals.trapped);
     EXPECT_EQ(engine->totals(1).trapped, traps);
+}
+
+// How many traps the line has, as the program sees it.
+int64_t trapsOf(const std::string& interface) {
+    const unsigned ifIndex = LineNet::index(interface);
+    bool refused = false;
+    const auto program = node::attachedProgram(ifIndex, node::Direction::fromSubscriber);
+    const auto maps = node::GateMaps::ofProgram(program.value_or(0), refused);
+    const auto line = maps ? maps->lineOf(ifIndex) : std::nullopt;
+    KernelLineRecord record{};
+    EXPECT_TRUE(line);
+    EXPECT_EQ(bpf_map_lookup_elem(maps->fd(node::GateMaps::lines), &*line, &record), 0);
+    return record.traps;
+}
+
+void runProgram(int program, unsigned ifIndex, const Buffer& frame, int times) {
+    __sk_buff context{};
+    context.ifindex = ifIndex;
+    bpf_test_run_opts opts{};
+    opts.sz = sizeof opts;
+    opts.data_in = frame.data();
+    opts.data_size_in = static_cast<uint32_t>(frame.size());
+    opts.ctx_in = &context;
+    opts.ctx_size_in = sizeof context;
+    opts.repeat = times;
+    EXPECT_EQ(bpf_prog_test_run_opts(program, &opts), 0);
+}
+
+// The node has given one trap and waits for a frame: it must not be lost while none went up.
+TEST_F(KernelTrapTest, ATrapIsNotLostWhenProcessorsMeetAtAFullRingBuffer) {
+    constexpr int rounds = 40;
+    constexpr int frames = 20000;
+    const LineNet net(1);
+    Engine engine(1);
+    engine.attach(1);
+    ASSERT_TRUE(engine->setRules(1, everything));
+    ASSERT_TRUE(engine->arm(1, 1000));
+    const unsigned ifIndex = LineNet::index(LineNet::access(1));
+    const int program = engine->program();
+    runProgram(program, ifIndex, numbered(1, 1400), 1000);  // more than there is room for
+    ASSERT_GT(engine->totals(1).trapsLost, 0U);
+    for (int round = 0; round < rounds; ++round) {
+        ASSERT_TRUE(engine->arm(1, 1));
+        const auto load = [&] { runProgram(program, ifIndex, numbered(2, 1400), frames); };
+        std::thread one(load), other(load);
+        one.join();
+        other.join();
+        ASSERT_EQ(trapsOf("dsl1"), 1) << "round " << round;
+    }
+    EXPECT_GT(engine->poll(), 700U);
+    RawSocket(LineNet::subscriber(1)).send(numbered(3));
+    EXPECT_TRUE(eventually([&] { return engine->poll() == 1; }));
 }
 
 TEST_F(KernelTrapTest, AFrameBeyondTheLimitGoesUpAsFarAsItReaches) {

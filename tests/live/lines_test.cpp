@@ -171,6 +171,31 @@ TEST_F(LiveLines, DeviceUnderANewIndexGetsItsGateAgain) {
     EXPECT_TRUE(node.reaches(1, "open"));
 }
 
+TEST_F(LiveLines, GatesThatSomebodyTakesOffComeBackAsTheyWere) {
+    const LineNet net(3);
+    RawSocket open(LineNet::subscriber(1)), closed(LineNet::subscriber(2)), core = listenOn("core");
+    RawSocket half(LineNet::subscriber(3));
+    const LiveNode node(dir, liveConfig(3));
+    open.send(numbered(1));
+    EXPECT_EQ(nextOf(core), 1U);
+    ASSERT_TRUE(node.says("pending -> open"));
+    run("tc qdisc del dev dsl1 clsact && tc qdisc del dev dsl2 clsact && "
+        "tc filter del dev dsl3 egress");
+    for (const char* device : {"dsl1", "dsl2", "dsl3"}) {
+        EXPECT_TRUE(node.says(std::string(device) + ": WITHOUT A GATE: somebody took it off"));
+        EXPECT_TRUE(node.says(std::string(device) + ": gate ", 2));
+    }
+    closed.send(other(2));
+    half.send(other(3));
+    EXPECT_EQ(nextOf(core, aMoment), 0U);
+    open.send(other(4));
+    EXPECT_EQ(nextOf(core), 4U);
+    closed.send(numbered(5));
+    EXPECT_EQ(nextOf(core), 5U);
+    EXPECT_TRUE(node.reaches(2, "open"));
+    EXPECT_EQ(node.log().find("link lost"), std::string::npos);
+}
+
 TEST_F(LiveLines, DeviceThatIsMissingAtTheStartIsTakenWhenItComes) {
     const LineNet net(1);
     RawSocket core = listenOn("core");
@@ -192,17 +217,21 @@ TEST_F(LiveLines, NinetyNineLinesStartTrapOpenAndRestartWithoutALeak) {
     const LineNet net(allLines);
     RawSocket core = listenOn("core");
     std::vector<RawSocket> subscribers;
-    std::string users = "unknown = \"never\"\n";
+    std::string users = "unknown = \"never\"\n", slowUsers = users;
     const auto opened = [](unsigned line) { return line % 3 == 1; };
     for (unsigned line = 1; line <= allLines; ++line) {
         subscribers.emplace_back(LineNet::subscriber(line));
         if (line % 3 != 0) {
-            users += "[[isa.user]]\ncircuit-id = \"" + circuitId(line) + "\"\nverdict = \"" +
-                     (opened(line) ? "accept" : "reject") + "\"\n";
+            const std::string user = "[[isa.user]]\ncircuit-id = \"" + circuitId(line) +
+                                     "\"\nverdict = \"" + (opened(line) ? "accept" : "reject") +
+                                     "\"\n";
+            users += user;
+            slowUsers += user + "delay-ms = 10000\n";
         }
     }
     constexpr unsigned accepted = 33;
     const std::string config = liveConfig(allLines, users);
+    const std::string replayConfig = liveConfig(allLines, slowUsers);
     std::vector<bool> came(3000, false);
     // Every frame that comes out is one of an opened line, and comes once.
     const auto collect = [&](uint32_t base, unsigned count) {
@@ -233,12 +262,14 @@ TEST_F(LiveLines, NinetyNineLinesStartTrapOpenAndRestartWithoutALeak) {
         subscribers[line - 1].send(numbered(1000 + line));
     }
     collect(1000, accepted);
-    const LiveNode node(dir, config);
-    // In the middle of the replay.
+    const LiveNode node(dir, replayConfig);
+    // In the middle of the replay: the answers take longer than this.
+    ASSERT_TRUE(node.says("blocked -> pending (stored request)", accepted));
     for (unsigned line = 1; line <= allLines; ++line) {
         subscribers[line - 1].send(other(2000 + line));
     }
     collect(2000, accepted);
+    EXPECT_EQ(node.state(1), "pending") << "the replay was over, nothing was tested";
     EXPECT_TRUE(node.says("stays open while the stored login is replayed", accepted));
     EXPECT_TRUE(node.says("pending -> open", accepted));
     EXPECT_EQ(node.log().find("link lost"), std::string::npos);

@@ -42,6 +42,12 @@ protected:
         std::filesystem::copy(built.parent_path() / "../lib/libtal.so", root / "lib");
         return root / "bin/talnode";
     }
+    // The line of the same id, on the other device.
+    static std::string onSecondDevice() {
+        std::string config = liveConfig(1);
+        config.replace(config.find("device = \"dsl1\""), 15, "device = \"dsl2\"");
+        return config;
+    }
     static void expectOnlyTheThree(pid_t pid) {
         unsigned threads = 0;
         for (const auto& task :
@@ -223,10 +229,54 @@ TEST_F(LiveProcess, NodesOnDifferentDevicesRunSideBySide) {
     const LineNet net(2);
     const LiveNode first(dir, liveConfig(1));
     const TempDir other;
-    std::string config = liveConfig(1);
-    config.replace(config.find("device = \"dsl1\""), 15, "device = \"dsl2\"");
-    const LiveNode second(other, config);
+    const LiveNode second(other, onSecondDevice());
     EXPECT_EQ(second.log().find("earlier run"), std::string::npos);
+}
+
+// The earlier node had both devices, and so both carry its maps.
+TEST_F(LiveProcess, NodesOnDevicesOfOneEarlierNodeOpenOnlyTheirOwn) {
+    const LineNet net(2);
+    RawSocket one(LineNet::subscriber(1)), two(LineNet::subscriber(2)), core = listenOn("core");
+    { const LiveNode both(dir, liveConfig(2)); }
+    const TempDir otherDir;
+    const LiveNode first(dir, liveConfig(1)), second(otherDir, onSecondDevice());
+    one.send(numbered(1));
+    EXPECT_EQ(nextOf(core), 1U);
+    EXPECT_TRUE(first.reaches(1, "open"));
+    EXPECT_EQ(second.state(1), "blocked");
+    two.send(other(2));
+    EXPECT_EQ(nextOf(core, aMoment), 0U);
+    two.send(numbered(3));
+    EXPECT_EQ(nextOf(core), 3U);
+    one.send(other(4));
+    EXPECT_EQ(nextOf(core), 4U);
+    first.talctl({"admin", "off"});
+    one.send(numbered(5));
+    two.send(other(6));
+    EXPECT_EQ(nextOf(core), 6U);
+}
+
+TEST_F(LiveProcess, ReleasingADeviceOfAnEarlierNodeLeavesTheNodeOnTheOtherOneAlone) {
+    const LineNet net(2);
+    RawSocket one(LineNet::subscriber(1)), two(LineNet::subscriber(2)), core = listenOn("core");
+    { const LiveNode both(dir, liveConfig(2)); }
+    const LiveNode node(dir, liveConfig(1));
+    one.send(numbered(1));
+    EXPECT_EQ(nextOf(core), 1U);
+    const std::string path = dir.write("release.toml", onSecondDevice());
+    const Ended ended = runToEnd({TALNODE, "--release", "--config", path});
+    EXPECT_EQ(ended.code, 0) << ended.text;
+    EXPECT_NE(ended.text.find("dsl2: freed"), std::string::npos) << ended.text;
+    two.send(other(2));
+    EXPECT_EQ(nextOf(core), 2U);
+    one.send(other(3));
+    EXPECT_EQ(nextOf(core), 3U);
+    node.talctl({"admin", "off"});
+    one.send(other(4));
+    EXPECT_EQ(nextOf(core, aMoment), 0U);
+    node.talctl({"admin", "on"});
+    one.send(numbered(5));
+    EXPECT_EQ(nextOf(core), 5U);
 }
 
 TEST_F(LiveProcess, ProgramOfSomebodyElseInTheSamePlaceIsLeftAlone) {

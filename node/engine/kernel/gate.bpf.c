@@ -14,8 +14,11 @@
 //
 // Tests: tests/kernel.
 #include <linux/bpf.h>
+#include <linux/if_ether.h>
+#include <linux/in.h>
 #include <linux/pkt_cls.h>
 
+#include <bpf/bpf_endian.h>
 #include <bpf/bpf_helpers.h>
 
 #include "node/engine/kernel/frame.bpf.h"
@@ -73,6 +76,8 @@ struct {
     __type(key, uint32_t);
     __type(value, struct Scratch);
 } talScratch SEC(".maps");
+
+#define KERNEL_TURNS 8
 
 #define READ_ONCE(word) (*(const volatile __typeof__(word)*)&(word))
 
@@ -132,15 +137,27 @@ static __always_inline int anyRuleMatches(struct __sk_buff* skb, struct Scratch*
     return 0;
 }
 
-// Whether the frame went up. The node gives a number of traps; whoever finds none left gives
-// nothing back, and the next number replaces what is left.
+// Takes one of the traps that the node gave, if any is left. The number never goes below zero: a
+// trap that is given back after a failure must be one again, whoever else tried meanwhile. One
+// that loses every turn to others leaves what is there to the next frame.
+static __always_inline int takeTrap(struct KernelLineRecord* line) {
+    for (int turn = 0; turn < KERNEL_TURNS; ++turn) {
+        const int64_t left = READ_ONCE(line->traps);
+        if (left <= 0) {
+            return 0;
+        }
+        if (__sync_val_compare_and_swap(&line->traps, left, left - 1) == left) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+// Whether the frame went up.
 static __always_inline int handUp(struct Scratch* scratch, struct KernelLineRecord* line,
                                   struct KernelCounters* counters, uint32_t ifId) {
-    if (READ_ONCE(line->traps) <= 0 || __sync_fetch_and_add(&line->traps, -1) <= 0) {
-        return 0;
-    }
     uint32_t size = scratch->size;
-    if (size > KERNEL_FRAME) {
+    if (size > KERNEL_FRAME || !takeTrap(line)) {
         return 0;
     }
     scratch->trap.ifId = ifId;
@@ -186,9 +203,50 @@ __attribute__((noinline)) int closedGate(struct __sk_buff* skb, uint32_t ifId) {
     return TC_ACT_SHOT;
 }
 
-// The outer tag is kept beside the frame.
-static inline uint64_t octetsOf(const struct __sk_buff* skb) {
-    return skb->len + (skb->vlan_present ? MATCH_TAG_SIZE : 0);
+// Headers in front of the payload that a large frame carries for several; 0 when they cannot be
+// told: behind further tags, extension headers and in tunnels. Global: off the open gate's path.
+__attribute__((noinline)) uint32_t sharedHeaders(struct __sk_buff* skb) {
+    const uint32_t ip = MATCH_ETHER_HEADER;
+    uint8_t first = 0;
+    uint8_t protocol = 0;
+    uint8_t tcp = 0;
+    if (bpf_skb_load_bytes(skb, ip, &first, 1) != 0) {
+        return 0;
+    }
+    const int six = skb->protocol == bpf_htons(ETH_P_IPV6);
+    if (!six && skb->protocol != bpf_htons(ETH_P_IP)) {
+        return 0;
+    }
+    const uint32_t segment = ip + (six ? 40U : (first & 0x0fU) * 4);
+    if (bpf_skb_load_bytes(skb, ip + (six ? 6 : MATCH_IP_PROTOCOL), &protocol, 1) != 0) {
+        return 0;
+    }
+    if (protocol == MATCH_IP_UDP) {
+        return segment + MATCH_UDP_HEADER;
+    }
+    if (protocol != IPPROTO_TCP || bpf_skb_load_bytes(skb, segment + 12, &tcp, 1) != 0) {
+        return 0;
+    }
+    return segment + (uint32_t)(tcp >> 4) * 4;
+}
+
+// What passed, as it is on the wire: the stack lets several frames of one flow travel as a large
+// one, with their headers once. The outer tag is kept beside the frame.
+struct Passing {
+    uint32_t frames;
+    uint64_t octets;
+};
+
+static __always_inline struct Passing passing(struct __sk_buff* skb) {
+    const uint32_t tag = skb->vlan_present ? MATCH_TAG_SIZE : 0;
+    const uint32_t segments = skb->gso_segs;
+    struct Passing what = {1, skb->len + tag};
+    if (segments > 1) {
+        const uint32_t headers = sharedHeaders(skb);
+        what.frames = segments;
+        what.octets += (uint64_t)(segments - 1) * (headers ? headers + tag : 0);
+    }
+    return what;
 }
 
 SEC("tc")
@@ -208,9 +266,10 @@ int talIngress(struct __sk_buff* skb) {
     }
     struct KernelCounters* counters = bpf_map_lookup_elem(&talCounters, &ifId);
     if (counters) {
-        ++counters->values[KERNEL_FRAMES_SEEN];
-        ++counters->values[KERNEL_FORWARDED];
-        counters->inwardOctets += octetsOf(skb);
+        const struct Passing what = passing(skb);
+        counters->values[KERNEL_FRAMES_SEEN] += what.frames;
+        counters->values[KERNEL_FORWARDED] += what.frames;
+        counters->inwardOctets += what.octets;
     }
     return TC_ACT_UNSPEC;
 }
@@ -230,8 +289,9 @@ int talEgress(struct __sk_buff* skb) {
     struct KernelCounters* counters = bpf_map_lookup_elem(&talCounters, &ifId);
     const int passes = READ_ONCE(line->gate) == KERNEL_GATE_OPEN || READ_ONCE(line->outwardOpen);
     if (counters && passes) {
-        ++counters->values[KERNEL_PASSED_OUTWARD];
-        counters->outwardOctets += octetsOf(skb);
+        const struct Passing what = passing(skb);
+        counters->values[KERNEL_PASSED_OUTWARD] += what.frames;
+        counters->outwardOctets += what.octets;
     } else if (counters) {
         ++counters->values[KERNEL_DROPPED_OUTWARD];
     }

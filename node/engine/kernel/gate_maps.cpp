@@ -13,6 +13,7 @@ namespace node {
 namespace {
 
 constexpr std::string_view programName = "talIngress";
+constexpr std::string_view outwardProgramName = "talEgress";
 constexpr uint32_t maxMaps = 64;
 
 std::optional<bpf_map_info> infoOf(int map) {
@@ -34,6 +35,18 @@ std::string_view GateMaps::name(Map map) {
     static constexpr std::array<std::string_view, mapCount> names{
         "talMeta", "talSlots", "talLines", "talRules", "talCounters", "talEvents"};
     return names[map];
+}
+
+GateMaps::Owner GateMaps::ownerOf(uint32_t programId) {
+    const Fd program(bpf_prog_get_fd_by_id(programId));
+    if (!program && errno == EPERM) {
+        return Owner::hidden;
+    }
+    bpf_prog_info info{};
+    uint32_t size = sizeof info;
+    const bool known = program && bpf_obj_get_info_by_fd(program.get(), &info, &size) == 0 &&
+                       (programName == info.name || outwardProgramName == info.name);
+    return known ? Owner::node : Owner::others;
 }
 
 std::optional<GateMaps> GateMaps::ofProgram(uint32_t programId, bool& refused) {
@@ -100,10 +113,13 @@ uint32_t GateMaps::layout() const {
     return found.magic == KERNEL_MAGIC ? found.layout : 0;
 }
 
+uint32_t GateMaps::id() const {
+    const auto info = infoOf(fd(lines));
+    return info ? info->id : 0;
+}
+
 bool GateMaps::sameAs(const GateMaps& other) const {
-    const auto own = infoOf(fd(lines));
-    const auto others = infoOf(other.fd(lines));
-    return own && others && own->id == others->id;
+    return id() != 0 && id() == other.id();
 }
 
 std::optional<uint32_t> GateMaps::lineOf(unsigned ifIndex) const {

@@ -20,6 +20,9 @@ public:
     enum Map : size_t { meta, slots, lines, rules, counters, events, mapCount };
     static std::string_view name(Map map);
 
+    enum class Owner { node, hidden, others };  // hidden: looking takes CAP_SYS_ADMIN
+    // Whose program it is; the node's for either direction, of whatever process.
+    static Owner ownerOf(uint32_t programId);
     // Empty when the program is not the node's. An unreadable one (that takes CAP_SYS_ADMIN)
     // is empty as well, with `refused` set.
     static std::optional<GateMaps> ofProgram(uint32_t programId, bool& refused);
@@ -31,6 +34,7 @@ public:
     bool complete() const;
     uint32_t layout() const;  // 0: none
     bool sameAs(const GateMaps&) const;
+    uint32_t id() const;  // of the set as long as it is there; 0: none
 
     // Any layout. Empty: no line has that interface. Numbers unknown here are blocked.
     std::optional<uint32_t> lineOf(unsigned ifIndex) const;

@@ -3,6 +3,9 @@
 // - The programs are always this build's; only maps are taken over, when their layout is this
 //   build's too. attach() exchanges the program of an interface in one step, so a line is never
 //   without a gate. A line in maps of another layout takes its gate along, before the exchange.
+// - A process that ran on two interfaces leaves one set of maps on both. Whoever comes first for
+//   either takes the set; a second process on the other makes its own, or each would hear the
+//   other's frames and one's record would open the other's gate.
 // - A line is entered in the maps before its program is attached: what has no record is closed.
 // - A gate that stayed open while no process watched stays open, unless the interface says that
 //   it lost its link since: then somebody else may be at its end.
@@ -29,6 +32,7 @@
 
 #include <gate_programs.skel.h>
 
+#include "node/engine/kernel/frame_checksum.h"
 #include "node/engine/kernel/kernel_rules.h"
 #include "node/engine/kernel/libbpf_text.h"
 #include "node/engine/kernel/tc_hook.h"
@@ -71,6 +75,19 @@ void storeWord(Word& word, Word value) {
     std::atomic_ref<Word>(word).store(value);
 }
 
+constexpr Direction directions[] = {Direction::fromSubscriber, Direction::toSubscriber};
+
+bool hasProgram(unsigned ifIndex, Direction direction, bool ofNode) {
+    const auto id = attachedProgram(ifIndex, direction);
+    return id && (GateMaps::ownerOf(*id) != GateMaps::Owner::others) == ofNode;
+}
+
+// In either direction.
+bool hasProgram(unsigned ifIndex, bool ofNode) {
+    return std::any_of(std::begin(directions), std::end(directions),
+                       [&](Direction direction) { return hasProgram(ifIndex, direction, ofNode); });
+}
+
 bpf_map* mapOf(bpf_object* object, GateMaps::Map map) {
     return bpf_object__find_map_by_name(object, std::string(GateMaps::name(map)).c_str());
 }
@@ -98,14 +115,20 @@ std::unique_ptr<KernelEngine> KernelEngine::start(std::span<const unsigned> inte
     return engine;
 }
 
+bool KernelEngine::claimed(const GateMaps& maps) const {
+    return !options_.claim || options_.claim("maps " + std::to_string(maps.id()));
+}
+
+bool KernelEngine::usable(const std::optional<GateMaps>& maps) const {
+    return maps && maps->complete() && maps->layout() == KERNEL_LAYOUT && claimed(*maps);
+}
+
 void KernelEngine::findMaps(std::span<const unsigned> interfaces) {
-    const auto usable = [](const std::optional<GateMaps>& maps) {
-        return maps && maps->complete() && maps->layout() == KERNEL_LAYOUT;
-    };
     if (!options_.pinDirectory.empty()) {
         auto pinned = GateMaps::pinnedIn(options_.pinDirectory);
         if (usable(pinned)) {
             maps_ = std::move(*pinned);
+            pinned_ = true;
             return;
         }
         older_ = std::move(pinned);
@@ -127,7 +150,7 @@ bool KernelEngine::load(std::span<const unsigned> interfaces, std::string& error
     if (!loadPrograms(found, error) || (!found && !takeNewMaps(error)) || !shareLines(error)) {
         return false;
     }
-    return found || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
+    return pinned_ || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
 }
 
 bool KernelEngine::loadPrograms(bool reuseMaps, std::string& error) {
@@ -165,6 +188,10 @@ bool KernelEngine::takeNewMaps(std::string& error) {
         error = std::string("maps: ") + std::strerror(errno);
         return false;
     }
+    if (!claimed(maps_)) {
+        error = "new maps are another process's";
+        return false;
+    }
     return true;
 }
 
@@ -200,16 +227,16 @@ bool KernelEngine::known(unsigned ifId) const {
 std::optional<KernelEngine::Found> KernelEngine::lookAt(const Line& line, KernelGate& gate,
                                                         std::string& error) const {
     gate = KERNEL_GATE_BLOCKED;
+    if (hasProgram(line.ifIndex, false)) {
+        error = "interface " + std::to_string(line.ifIndex) + ": another program is attached";
+        return std::nullopt;
+    }
     const auto id = attachedProgram(line.ifIndex, Direction::fromSubscriber);
     if (!id) {
         return Found::nothing;
     }
     bool refused = false;
     const auto there = GateMaps::ofProgram(*id, refused);
-    if (!there && !refused) {
-        error = "interface " + std::to_string(line.ifIndex) + ": another program is attached";
-        return std::nullopt;
-    }
     const bool ours = there ? there->sameAs(maps_) : maps_.lineOf(line.ifIndex).has_value();
     const GateMaps* source = ours ? &maps_ : there ? &*there : older_ ? &*older_ : nullptr;
     if (source == nullptr) {
@@ -292,21 +319,52 @@ bool KernelEngine::detach(unsigned ifId, std::string& error) {
     if (!known(ifId)) {
         return true;
     }
-    const unsigned ifIndex = loadWord(record(ifId).ifIndex);
-    if (!detachProgram(ifIndex, Direction::fromSubscriber, error) ||
-        !detachProgram(ifIndex, Direction::toSubscriber, error)) {
+    if (!freeInterface(loadWord(record(ifId).ifIndex), error)) {
         return false;
     }
+    attached_[ifId] = false;
+    return true;
+}
+
+// What somebody else put into a place of ours since is left there.
+bool KernelEngine::freeInterface(unsigned ifIndex, std::string& error) {
+    for (const Direction direction : directions) {
+        if (hasProgram(ifIndex, direction, true) && !detachProgram(ifIndex, direction, error)) {
+            return false;
+        }
+    }
+    forget(ifIndex);
+    return true;
+}
+
+void KernelEngine::forget(unsigned ifIndex) {
+    const auto ifId = maps_.lineOf(ifIndex);
     bpf_map_delete_elem(maps_.fd(GateMaps::slots), &ifIndex);
+    if (!ifId || *ifId >= KERNEL_LINES) {
+        return;
+    }
     const std::vector<KernelCounters> zeroes(
         static_cast<size_t>(std::max(libbpf_num_possible_cpus(), 1)));
-    bpf_map_update_elem(maps_.fd(GateMaps::counters), &ifId, zeroes.data(), BPF_ANY);
-    KernelLineRecord& entry = record(ifId);
+    bpf_map_update_elem(maps_.fd(GateMaps::counters), &*ifId, zeroes.data(), BPF_ANY);
+    KernelLineRecord& entry = record(*ifId);
     storeWord<uint32_t>(entry.gate, KERNEL_GATE_BLOCKED);
     storeWord<uint32_t>(entry.reinjected, 0);
     storeWord<uint32_t>(entry.ifIndex, 0);
-    attached_[ifId] = false;
-    return true;
+}
+
+uint32_t KernelEngine::programId(const char* name) const {
+    bpf_prog_info info{};
+    uint32_t size = sizeof info;
+    return bpf_obj_get_info_by_fd(programFd(name), &info, &size) == 0 ? info.id : 0;
+}
+
+bool KernelEngine::inPlace(unsigned ifId) const {
+    if (!known(ifId)) {
+        return false;
+    }
+    const unsigned ifIndex = loadWord(record(ifId).ifIndex);
+    return attachedProgram(ifIndex, Direction::fromSubscriber) == programId("talIngress") &&
+           attachedProgram(ifIndex, Direction::toSubscriber) == programId("talEgress");
 }
 
 bool KernelEngine::setGate(unsigned ifId, Gate gate) {
@@ -364,13 +422,15 @@ bool KernelEngine::reinject(unsigned ifId, std::span<const uint8_t> frame, std::
         error = "the gate of line " + std::to_string(ifId) + " is not open";
         return false;
     }
+    std::vector<uint8_t> whole(frame.begin(), frame.end());
+    completeChecksum(whole);
     xdp_md context{};
-    context.data_end = static_cast<uint32_t>(frame.size());
+    context.data_end = static_cast<uint32_t>(whole.size());
     context.ingress_ifindex = loadWord(record(ifId).ifIndex);
     bpf_test_run_opts opts{};
     opts.sz = sizeof opts;
-    opts.data_in = frame.data();
-    opts.data_size_in = static_cast<uint32_t>(frame.size());
+    opts.data_in = whole.data();
+    opts.data_size_in = static_cast<uint32_t>(whole.size());
     opts.ctx_in = &context;
     opts.ctx_size_in = sizeof context;
     opts.repeat = 1;
@@ -430,12 +490,7 @@ KernelEngine::Totals KernelEngine::totals(unsigned ifId) const {
 // leaves its old one with the program and without a record, and other maps are not known here.
 bool KernelEngine::isStray(unsigned ifIndex) const {
     const auto ifId = maps_.lineOf(ifIndex);
-    if (ifId && known(*ifId)) {
-        return false;
-    }
-    const auto id = attachedProgram(ifIndex, Direction::fromSubscriber);
-    bool refused = false;
-    return id && (GateMaps::ofProgram(*id, refused) || refused);
+    return !(ifId && known(*ifId)) && hasProgram(ifIndex, true);
 }
 
 std::vector<unsigned> KernelEngine::strays() const {
@@ -456,15 +511,10 @@ std::vector<unsigned> KernelEngine::strays() const {
 bool KernelEngine::freeStray(unsigned ifIndex, std::string& error) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (!isStray(ifIndex)) {
-        error = "interface " + std::to_string(ifIndex) + " is no stray";
+        error = "interface " + std::to_string(ifIndex) + " has no gate to be freed";
         return false;
     }
-    if (!detachProgram(ifIndex, Direction::fromSubscriber, error) ||
-        !detachProgram(ifIndex, Direction::toSubscriber, error)) {
-        return false;
-    }
-    bpf_map_delete_elem(maps_.fd(GateMaps::slots), &ifIndex);
-    return true;
+    return freeInterface(ifIndex, error);
 }
 
 int KernelEngine::fd() const {

@@ -32,6 +32,10 @@ public:
         // A directory on a bpf file system for the maps' pins; empty: none. Without pins a
         // restarted process needs CAP_SYS_ADMIN during start() and attach() to find its lines.
         std::string pinDirectory;
+        // Whether this process alone has these maps from here on; asked for every set before it
+        // is used. A set that another process has is left to it, only its gates are copied.
+        // Empty: always.
+        std::function<bool(const std::string& maps)> claim{};
     };
 
     // Loads the programs. `interfaces` are looked at for maps of an earlier process, which are
@@ -50,6 +54,7 @@ public:
     std::vector<unsigned> strays() const;
     bool freeStray(unsigned ifIndex, std::string& error);
 
+    bool inPlace(unsigned ifId) const override;
     bool setGate(unsigned ifId, Gate gate) override;
     Gate gate(unsigned ifId) const override;
     bool linkDown(unsigned ifId, uint32_t carrierDowns) override;
@@ -66,11 +71,14 @@ private:
     KernelEngine(Options options, Trapped trapped);
     bool load(std::span<const unsigned> interfaces, std::string& error);
     void findMaps(std::span<const unsigned> interfaces);
+    bool usable(const std::optional<GateMaps>& maps) const;
+    bool claimed(const GateMaps& maps) const;
     bool loadPrograms(bool reuseMaps, std::string& error);
     bool takeNewMaps(std::string& error);
     bool shareLines(std::string& error);
     bool openEvents(std::string& error);
     int programFd(const char* name) const;
+    uint32_t programId(const char* name) const;
     bool known(unsigned ifId) const;
     KernelLineRecord& record(unsigned ifId) const { return lines_[ifId]; }
     std::optional<Found> lookAt(const Line& line, KernelGate& gate, std::string& error) const;
@@ -78,6 +86,8 @@ private:
     bool writeRules(unsigned ifId, const KernelRules& rules);
     KernelCounters sumOf(unsigned ifId) const;
     bool isStray(unsigned ifIndex) const;
+    bool freeInterface(unsigned ifIndex, std::string& error);
+    void forget(unsigned ifIndex);
     void countBefore(unsigned ifId);
     void eachCollected(
         const std::function<void(const KernelTrap&, std::span<const uint8_t>)>& use) const;
@@ -86,6 +96,7 @@ private:
     const Options options_;
     const Trapped trapped_;
     GateMaps maps_;
+    bool pinned_ = false;            // they are what the pins hold
     std::optional<GateMaps> older_;  // pinned, of another layout
     bpf_object* object_ = nullptr;   // the loaded programs
     ring_buffer* events_ = nullptr;

@@ -1,11 +1,19 @@
-// Priority 1 lets the gate see frames before what others attach later. The clsact qdisc stays
-// when the last program goes: other filters may have come to live on it.
+// The place is the first of clsact's filters, but not of all programs: XDP and tcx programs of
+// others run before it, and so does a filter that they give the same priority later. docs/node.md
+// says what that means for a line.
+//
+// The clsact qdisc stays when the last program goes: other filters may have come to live on it.
+//
+// Instead of clsact an interface may have an "ingress" qdisc, which has the same number and one
+// list of filters for both directions: there the program for one direction would take the place
+// of that for the other. Such an interface is refused, and what is there stays.
 #include "node/engine/kernel/tc_hook.h"
 
 #include <bpf/libbpf.h>
 
 #include <cerrno>
 
+#include "node/engine/kernel/hook_kind.h"
 #include "node/engine/kernel/libbpf_text.h"
 
 namespace node {
@@ -34,6 +42,27 @@ std::string describe(const char* what, unsigned ifIndex, int result) {
     return std::string(what) + " interface " + std::to_string(ifIndex) + ": " + libbpfError(result);
 }
 
+// One that is there already may be of another kind, which libbpf takes for clsact.
+bool makeHook(unsigned ifIndex, std::string& error) {
+    const LibbpfText quiet;
+    bpf_tc_hook hook = hookOf(ifIndex, Direction::fromSubscriber);
+    const int created = bpf_tc_hook_create(&hook);
+    if (created != 0 && created != -EEXIST) {
+        error = describe("no traffic hook on", ifIndex, created);
+        return false;
+    }
+    const std::string kind = hookKind(ifIndex, error);
+    if (kind != "clsact") {
+        error = "interface " + std::to_string(ifIndex) + ": " +
+                (kind.empty() ? "its traffic hook cannot be told: " + error
+                              : "has the qdisc \"" + kind +
+                                    "\" where clsact must be, and whoever put it there must take "
+                                    "it off");
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
 std::optional<uint32_t> attachedProgram(unsigned ifIndex, Direction direction) {
@@ -47,13 +76,11 @@ std::optional<uint32_t> attachedProgram(unsigned ifIndex, Direction direction) {
 }
 
 bool attachProgram(unsigned ifIndex, Direction direction, int program, std::string& error) {
-    const LibbpfText quiet;
-    bpf_tc_hook hook = hookOf(ifIndex, direction);
-    const int created = bpf_tc_hook_create(&hook);
-    if (created != 0 && created != -EEXIST) {
-        error = describe("no traffic hook on", ifIndex, created);
+    if (!makeHook(ifIndex, error)) {
         return false;
     }
+    const LibbpfText quiet;
+    const bpf_tc_hook hook = hookOf(ifIndex, direction);
     bpf_tc_opts opts = place();
     opts.prog_fd = program;
     opts.flags = BPF_TC_F_REPLACE;

@@ -145,6 +145,17 @@ TEST_F(EngineGates, QueueOfAnotherSizeChangesTheNumberOfTraps) {
     EXPECT_EQ(gate().traps, 1u) << "the frame that raises the login";
 }
 
+TEST_F(EngineGates, RulesThatANewGateRefusedAreToldAgain) {
+    begin();
+    gates.refusesRules = true;
+    loseRecord();
+    engine.renewGate(line);
+    gates.refusesRules = false;
+    EXPECT_EQ(gate().rules.size(), 0u);
+    engine.withRules<bool>([](node::RuleBook&) { return true; });
+    EXPECT_EQ(gate().rules.size(), 1u);
+}
+
 TEST_F(EngineGates, AfterATimeoutTheLineMayAskAgainAtOnce) {
     engine.setTimeout(line, 3);
     begin();

@@ -13,6 +13,7 @@ class FakeGates : public node::LineGates {
 public:
     struct State {
         bool attached = false;
+        bool takenOff = false;  // by somebody else
         Line line;
         node::Gate gate = node::Gate::blocked;
         std::vector<ittalCondition> rules;
@@ -26,6 +27,7 @@ public:
     std::vector<std::string> calls;  // attach, linkDown, reinject, in their order
     unsigned polls = 0;
     Found finds = Found::nothing;
+    bool refusesRules = false;
     std::string refuses;  // attaching and reinjecting fail with this text, unless empty
 
     std::optional<Found> attach(const Line& line, std::string& error) override {
@@ -38,6 +40,7 @@ public:
         State& state = lines[line.ifId];
         const bool stays = finds == Found::own || finds == Found::older;
         state = {.attached = true,
+                 .takenOff = false,
                  .line = line,
                  .gate = stays ? state.gate : node::Gate::blocked,
                  .rules = {},
@@ -45,6 +48,10 @@ public:
                  .rulesWritten = state.rulesWritten,
                  .totals = state.totals};
         return finds;
+    }
+    bool inPlace(unsigned ifId) const override {
+        const auto found = lines.find(ifId);
+        return found != lines.end() && found->second.attached && !found->second.takenOff;
     }
     bool setGate(unsigned ifId, node::Gate gate) override {
         State* const state = find(ifId);
@@ -65,6 +72,9 @@ public:
     }
     bool setRules(unsigned ifId, std::span<const ittalCondition> conditions) override {
         State* const state = find(ifId);
+        if (refusesRules) {
+            return false;
+        }
         if (state) {
             state->rules.assign(conditions.begin(), conditions.end());
             ++state->rulesWritten;

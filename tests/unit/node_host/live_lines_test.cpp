@@ -6,7 +6,9 @@
 
 #include <sstream>
 
+#include "node/engine/bridge.h"
 #include "tests/unit/node_host/fake_gates.h"
+#include "tests/unit/node_host/line_rules.h"
 
 namespace {
 
@@ -128,6 +130,16 @@ TEST_F(LiveLinesTest, LostLinkShutsTheGateFirst) {
     EXPECT_EQ(engine.status(1)->state, node::PortState::blocked);
 }
 
+TEST_F(LiveLinesTest, LossesThatNobodyHeardOfAreNotedBeforeTheLinkIsUsed) {
+    open();
+    lines.changed("veth1", LinkEvent::down, downState);
+    gates.calls.clear();
+    lines.changed("veth1", LinkEvent::up, {.ifIndex = 10, .up = true, .carrierDowns = 5});
+    EXPECT_THAT(gates.calls, ElementsAre("linkDown 1 count 5"));
+    EXPECT_EQ(gates.gate(1), Gate::pending) << "automatic request";
+    EXPECT_EQ(gates.lines[1].traps, 1u);
+}
+
 TEST_F(LiveLinesTest, DeviceThatComesBackGetsItsGateBeforeItsLink) {
     open();
     lines.changed("veth1", LinkEvent::down, downState);
@@ -159,6 +171,50 @@ TEST_F(LiveLinesTest, DeviceWithoutAGateHasNoLinkAndIsTriedAgain) {
     EXPECT_EQ(gates.polls, 2u);
 }
 
+TEST_F(LiveLinesTest, GateThatSomebodyTookOffIsPutOnAgainAsItWas) {
+    open();
+    gates.lines[1].takenOff = true;
+    loop.at(3s, [this] {
+        EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 10"));
+        EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: somebody took it off"));
+        EXPECT_EQ(gates.gate(1), Gate::open) << "the login is as good as before";
+        EXPECT_THAT(links, IsEmpty());
+        engine.setAdmin(1, false);
+        gates.lines[1].gate = Gate::open;
+        gates.lines[1].takenOff = true;
+    });
+    runFor(5s);
+    EXPECT_EQ(gates.gate(1), Gate::blocked);
+}
+
+TEST_F(LiveLinesTest, LineWhoseGateCannotBePutBackLosesItsLinkUntilItCan) {
+    open();
+    gates.lines[1].takenOff = true;
+    gates.refuses = "another program is attached";
+    loop.at(2500ms, [this] {
+        EXPECT_THAT(links, ElementsAre("1 down"));
+        EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: another program is attached"));
+        gates.refuses.clear();
+    });
+    runFor(4s);
+    EXPECT_THAT(links, ElementsAre("1 down", "1 up"));
+}
+
+TEST_F(LiveLinesTest, FramesLostForWantOfRoomAreToldOnce) {
+    gates.lines[1].totals.trapsLost = 7;  // of an earlier process
+    open();
+    loop.at(5s, [this] {
+        EXPECT_THAT(out.str(), Not(HasSubstr("no room")));
+        gates.lines[1].totals.trapsLost = 12;
+    });
+    loop.at(7s, [this] {
+        EXPECT_THAT(out.str(), HasSubstr("veth1: no room for 5 frames that ask"));
+        out.str("");
+    });
+    runFor(12s);
+    EXPECT_THAT(out.str(), Not(HasSubstr("no room")));
+}
+
 TEST_F(LiveLinesTest, DeviceThatIsGoneIsNotTriedAgain) {
     attach(std::nullopt);
     begin();
@@ -188,6 +244,32 @@ TEST_F(LiveLinesTest, KeptFramesGoOnWhereThereIsADevice) {
     gates.refuses = "too long";
     lines.forward(1, frame);
     EXPECT_THAT(out.str(), HasSubstr("a kept frame is lost: too long"));
+}
+
+TEST_F(LiveLinesTest, KeptFrameThatCannotGoOnCountsAsDropped) {
+    engine.onForward(
+        [this](unsigned ifId, std::span<const uint8_t> frame) { lines.forward(ifId, frame); });
+    engine.setNodeAdmin(true);
+    engine.setAdmin(1, true);
+    engine.setAutoRequest(1, true);
+    engine.setMaxQueue(1, 3);
+    attach(up);
+    begin();
+    node::attachBridge(&engine);
+    node_test::giveRule(1, node_test::anyFrame());
+    node::attachBridge(nullptr);
+    const std::vector<uint8_t> frame(60, 1);
+    engine.frame(1, frame);
+    engine.frame(1, frame);
+    gates.refuses = "too long";
+    engine.reply(1, node::Stage::authentication, true);
+    engine.reply(1, node::Stage::authorization, true);
+    const auto counters = engine.counters(1);
+    ASSERT_TRUE(counters);
+    EXPECT_EQ((*counters)[node::Counter::framesSeen], 2u);
+    EXPECT_EQ((*counters)[node::Counter::framesQueued], 2u);
+    EXPECT_EQ((*counters)[node::Counter::forwarded], 0u);
+    EXPECT_EQ((*counters)[node::Counter::droppedPending], 2u);
 }
 
 TEST_F(LiveLinesTest, GateFoundOpenIsExplained) {

@@ -316,6 +316,17 @@ TEST_F(PortTest, OctetsAreThoseOfForwardedFrames) {
     EXPECT_EQ(port.forwardedOctets(), 6u);
 }
 
+TEST_F(PortTest, KeptFrameThatWasLostIsNoLongerForwarded) {
+    port.frame(bytes, matching, 1s);
+    port.reply(Stage::authentication, true, 1s);
+    port.reply(Stage::authorization, true, 1s);
+    port.lost(bytes.size());
+    EXPECT_EQ(port.counters()[Counter::framesSeen], 1u);
+    EXPECT_EQ(port.counters()[Counter::forwarded], 0u);
+    EXPECT_EQ(port.counters()[Counter::droppedPending], 1u);
+    EXPECT_EQ(port.forwardedOctets(), 0u);
+}
+
 // Random inputs: every frame is accounted for once, the queue keeps its bound, a gate is open
 // only with every stage that is on accepted, and a request is open exactly with a deadline.
 TEST(PortProperties, HoldForAnyOrderOfInputs) {
