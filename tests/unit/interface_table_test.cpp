@@ -26,6 +26,13 @@ protected:
         module.talInterfaceStateChange(static_cast<int>(id), up());
         platform.forget();
     }
+    // Started on a board with DSL lines, one of which is switched on; no event has come yet.
+    void startWithDslLine7() {
+        platform.board.type = 1;
+        platform.interfaces.add(7, 1, "1/7", "dsl7");
+        ASSERT_TRUE(module.start());
+        switchOn(7);
+    }
     static Interfaces::interfaceEvent_t event(int number) {
         return static_cast<Interfaces::interfaceEvent_t>(number);
     }
@@ -385,10 +392,7 @@ TEST_F(InterfaceTableTest, KeepsAnEntryForInterfaceZeroAfterDisablingDslOnAll) {
 }
 
 TEST_F(InterfaceTableTest, DisabledDslLineSwallowsTheNextEventOnly) {
-    platform.board.type = 1;
-    platform.interfaces.add(7, 1, "1/7", "dsl7");
-    ASSERT_TRUE(module.start());
-    switchOn(7);
+    startWithDslLine7();
     module.talInterfaceStateChange(7, up());
     ASSERT_EQ(0u, module.talDslIntfDisabled(7));
     platform.forget();
@@ -415,10 +419,7 @@ TEST_F(InterfaceTableTest, DisabledDslMarkIsLeftWhereTheInterfaceIsNoDslLine) {
 }
 
 TEST_F(InterfaceTableTest, DisabledDslMarkIsLeftWhileTheEventEndsEarlier) {
-    platform.board.type = 1;
-    platform.interfaces.add(7, 1, "1/7", "dsl7");
-    ASSERT_TRUE(module.start());
-    switchOn(7);
+    startWithDslLine7();
     module.talInterfaceStateChange(7, up());
     ASSERT_EQ(0u, module.talDslIntfDisabled(7));
     platform.forget();
@@ -433,10 +434,7 @@ TEST_F(InterfaceTableTest, DisabledDslMarkIsLeftWhileTheEventEndsEarlier) {
 }
 
 TEST_F(InterfaceTableTest, FirstEventLeavesADisabledDslMark) {
-    platform.board.type = 1;
-    platform.interfaces.add(7, 1, "1/7", "dsl7");
-    ASSERT_TRUE(module.start());
-    switchOn(7);
+    startWithDslLine7();
     ASSERT_EQ(0u, module.talDslIntfDisabled(7));
     platform.forget();
     module.talInterfaceStateChange(7, up());  // arms
@@ -447,10 +445,7 @@ TEST_F(InterfaceTableTest, FirstEventLeavesADisabledDslMark) {
 }
 
 TEST_F(InterfaceTableTest, EventsOtherThanFourLeaveADisabledDslMark) {
-    platform.board.type = 1;
-    platform.interfaces.add(7, 1, "1/7", "dsl7");
-    ASSERT_TRUE(module.start());
-    switchOn(7);
+    startWithDslLine7();
     module.talInterfaceStateChange(7, up());
     ASSERT_EQ(0u, module.talDslIntfDisabled(7));
     platform.forget();
@@ -578,10 +573,7 @@ TEST_F(InterfaceTableTest, RefusedStatesAreNeitherReportedNorStopTheSecond) {
 }
 
 TEST_F(InterfaceTableTest, EventHoldsNoLockAcrossItsSteps) {
-    platform.board.type = 1;
-    platform.interfaces.add(7, 1, "1/7", "dsl7");
-    ASSERT_TRUE(module.start());
-    switchOn(7);
+    startWithDslLine7();
     module.talInterfaceStateChange(7, up());
     platform.forget();
     module.talInterfaceStateChange(7, up());
