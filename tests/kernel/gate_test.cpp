@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "tests/kernel/engine_fixture.h"
+#include "tests/kernel/test_run.h"
 #include "tests/unit/node/condition_builder.h"
 #include "tests/unit/node/frame_builder.h"
 
@@ -149,18 +150,10 @@ TEST_F(KernelGateTest, ALargeFrameCountsAsTheFramesItStandsFor) {
                 {ether(0x88b5, Buffer(1500, 0)), 0}};
     for (const auto& row : rows) {
         const auto before = engine->totals(1);
-        __sk_buff context{};
-        context.ifindex = LineNet::index(LineNet::access(1));
+        __sk_buff context = arrivedOn(LineNet::index(LineNet::access(1)));
         context.gso_segs = segments;
         context.gso_size = 500;
-        bpf_test_run_opts opts{};
-        opts.sz = sizeof opts;
-        opts.data_in = row.frame.data();
-        opts.data_size_in = static_cast<uint32_t>(row.frame.size());
-        opts.ctx_in = &context;
-        opts.ctx_size_in = sizeof context;
-        opts.repeat = 1;
-        ASSERT_EQ(bpf_prog_test_run_opts(engine->program(), &opts), 0);
+        ASSERT_TRUE(testRun(engine->program(), context, row.frame));
         const auto after = engine->totals(1);
         EXPECT_EQ(after.counters[KERNEL_FORWARDED] - before.counters[KERNEL_FORWARDED], segments);
         EXPECT_EQ(after.counters[KERNEL_FRAMES_SEEN] - before.counters[KERNEL_FRAMES_SEEN],

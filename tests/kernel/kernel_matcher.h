@@ -3,9 +3,7 @@
 // Test code, one thread.
 #pragma once
 
-#include <bpf/bpf.h>
 #include <gtest/gtest.h>
-#include <linux/bpf.h>
 
 #include <optional>
 #include <span>
@@ -13,6 +11,7 @@
 
 #include "node/engine/classify.h"
 #include "tests/kernel/engine_fixture.h"
+#include "tests/kernel/test_run.h"
 
 namespace node_test {
 
@@ -39,21 +38,13 @@ public:
             return std::nullopt;
         }
         engine_->arm(1);
-        __sk_buff context{};
-        context.ifindex = ifIndex_;
-        bpf_test_run_opts opts{};
-        opts.sz = sizeof opts;
-        opts.data_in = frame.data();
-        opts.data_size_in = static_cast<uint32_t>(frame.size());
-        opts.ctx_in = &context;
-        opts.ctx_size_in = sizeof context;
-        opts.repeat = 1;
-        if (bpf_prog_test_run_opts(engine_->program(), &opts) != 0) {
+        const auto said = testRun(engine_->program(), arrivedOn(ifIndex_), frame);
+        if (!said) {
             ADD_FAILURE() << "no test run with " << frame.size() << " bytes";
             return std::nullopt;
         }
         ++frames_;
-        EXPECT_EQ(opts.retval, 2U);  // dropped
+        EXPECT_EQ(said, 2U);  // dropped
         return handedUp(frame);
     }
 

@@ -7,6 +7,7 @@
 
 #include "node/engine/kernel/tc_hook.h"
 #include "tests/kernel/engine_fixture.h"
+#include "tests/kernel/test_run.h"
 #include "tests/unit/node/condition_builder.h"
 
 using namespace node_test;
@@ -163,16 +164,7 @@ int64_t trapsOf(const std::string& interface) {
 }
 
 void runProgram(int program, unsigned ifIndex, const Buffer& frame, int times) {
-    __sk_buff context{};
-    context.ifindex = ifIndex;
-    bpf_test_run_opts opts{};
-    opts.sz = sizeof opts;
-    opts.data_in = frame.data();
-    opts.data_size_in = static_cast<uint32_t>(frame.size());
-    opts.ctx_in = &context;
-    opts.ctx_size_in = sizeof context;
-    opts.repeat = times;
-    EXPECT_EQ(bpf_prog_test_run_opts(program, &opts), 0);
+    EXPECT_TRUE(testRun(program, arrivedOn(ifIndex), frame, times));
 }
 
 // The node has given one trap and waits for a frame: it must not be lost while none went up.
