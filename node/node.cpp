@@ -147,6 +147,9 @@ void Node::release(const Config& config, std::ostream& out) {
 
 Node::~Node() {
     management_.reset();
+    if (radius_) {
+        radius_->close();  // of a run that was cut off, too: while the gates say what passed
+    }
     if (library_) {  // nothing of the module is left behind, also after a failed start
         dropEverythingOfTheModule();
     }

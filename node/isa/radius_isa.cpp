@@ -137,16 +137,12 @@ void RadiusIsa::asked(const rpcTalLoginBlockBll& block, uint32_t request) {
     if (!open_ || isOutdated(ifId, request)) {
         return;  // and was withdrawn
     }
-    if (state.gate != Gate::asking || state.request != request) {
-        isa_.withdraw(ifId);  // given up before it was looked at
-        return;
-    }
     Login& login = logins_[ifId];
     stopTimer(login);
     login.wanted = false;
     login.block = block;
     login.request = request;
-    login.asking = true;
+    login.asking = isCurrent(ifId, login);
     login.paced = state.replays;
     login.wasOpen = false;
     if (login.paced) {
@@ -156,7 +152,14 @@ void RadiusIsa::asked(const rpcTalLoginBlockBll& block, uint32_t request) {
     }
     login.grant = {};
     login.unproven = false;
-    submit(ifId);
+    if (login.asking) {
+        submit(ifId);
+        return;
+    }
+    isa_.withdraw(ifId);  // given up before it was looked at
+    if (state.gate == Gate::closed && state.on) {
+        want(ifId, login);
+    }
 }
 
 void RadiusIsa::submit(unsigned ifId) {
@@ -186,7 +189,11 @@ void RadiusIsa::submit(unsigned ifId) {
 }
 
 void RadiusIsa::answered(unsigned ifId, const radius::Answer& answer) {
-    logins_[ifId].ticket = 0;
+    Login& login = logins_[ifId];
+    login.ticket = 0;
+    if (!isAwaited(ifId, login)) {
+        return;  // the gate has moved on, and word of that is on its way
+    }
     switch (answer.outcome) {
         case radius::Outcome::accepted:
             accepted(ifId, answer);
@@ -242,17 +249,13 @@ void RadiusIsa::giveVerdict(unsigned ifId, bool accepted, const LoginProfiles& p
     if (!open_) {
         return;
     }
-    Login& login = logins_[ifId];
-    if (login.asking && !isCurrent(ifId, login)) {
-        return;  // the next request of the line has begun, or none will
-    }
-    login.asking = false;
+    logins_[ifId].asking = false;
     isa_.answer(ifId, {accepted, std::chrono::milliseconds(0), profiles});
 }
 
-void RadiusIsa::dropTicket(Login& login) {
+void RadiusIsa::dropTicket(Login& login, bool overdue) {
     if (login.ticket != 0 && client_) {
-        client_->cancel(login.ticket);
+        client_->cancel(login.ticket, overdue);
     }
     login.ticket = 0;
 }
@@ -267,6 +270,14 @@ bool RadiusIsa::isCurrent(unsigned ifId, const Login& login) const {
     return state.gate == Gate::asking && state.request == login.request;
 }
 
+// By the request, or by a line that was opened without an answer.
+bool RadiusIsa::isAwaited(unsigned ifId, const Login& login) const {
+    const LineState state = lines_.state(ifId);
+    return login.asking ? isCurrent(ifId, login)
+                        : login.open && login.unproven && state.gate == Gate::open &&
+                              state.request == login.request;
+}
+
 // What was still waiting is of an earlier request; its answer must not decide this one.
 void RadiusIsa::newRequest(unsigned ifId, Login& login, uint32_t request) {
     {
@@ -279,12 +290,12 @@ void RadiusIsa::newRequest(unsigned ifId, Login& login, uint32_t request) {
     }
     isa_.withdraw(ifId);
     if (login.asking) {
-        withdraw(ifId, login);
+        withdraw(ifId, login, Why::raised);
     }
 }
 
-void RadiusIsa::withdraw(unsigned ifId, Login& login) {
-    dropTicket(login);
+void RadiusIsa::withdraw(unsigned ifId, Login& login, Why why) {
+    dropTicket(login, why == Why::timeout);
     stopTimer(login);
     login.asking = false;
     login.unproven = false;
@@ -320,8 +331,11 @@ void RadiusIsa::gateMoved(unsigned ifId, Why why, uint32_t request) {
         closed(ifId, login, why);
     }
     if (login.asking && !isCurrent(ifId, login)) {
-        withdraw(ifId, login);
-        if (why == Why::timeout) {
+        withdraw(ifId, login, why);
+    }
+    if (gate == Gate::closed) {
+        sessions_.settle(ifId);
+        if (why == Why::timeout && login.request == request) {
             want(ifId, login);
         }
     }
@@ -353,7 +367,7 @@ void RadiusIsa::closed(unsigned ifId, Login& login, Why why) {
     login.open = false;
     login.unproven = false;
     stopTimer(login);
-    dropTicket(login);
+    dropTicket(login, false);
     sessions_.close(ifId, login.endCause.value_or(causeOf(why)));
     login.endCause.reset();
 }
@@ -412,11 +426,11 @@ void RadiusIsa::want(unsigned ifId, Login& login) {
 void RadiusIsa::askAgain(unsigned ifId) {
     Login& login = logins_[ifId];
     const LineState state = lines_.state(ifId);
-    if (!open_ || !login.wanted || state.gate != Gate::closed || !state.on) {
+    if (!open_ || !login.wanted || state.gate == Gate::open || !state.on) {
         return;  // without a link or switched off the request would wait for somebody else
     }
     stopTimer(login);
-    if (!anyAlive()) {
+    if (state.gate == Gate::asking || !anyAlive()) {
         setTimer(login, config_.askAgain, [this, ifId] { askAgain(ifId); });
         return;
     }

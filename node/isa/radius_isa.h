@@ -124,9 +124,10 @@ private:
     void giveVerdict(unsigned ifId, bool accepted, const LoginProfiles& profiles);
     bool isOutdated(unsigned ifId, uint32_t request);
     bool isCurrent(unsigned ifId, const Login& login) const;
+    bool isAwaited(unsigned ifId, const Login& login) const;
     void newRequest(unsigned ifId, Login& login, uint32_t request);
-    void withdraw(unsigned ifId, Login& login);
-    void dropTicket(Login& login);
+    void withdraw(unsigned ifId, Login& login, Why why);
+    void dropTicket(Login& login, bool overdue);
 
     void opened(unsigned ifId, Login& login);
     void closed(unsigned ifId, Login& login, Why why);

@@ -8,12 +8,13 @@ namespace node {
 bool RadiusIsa::fits(unsigned ifId, const Login& login,
                      const radius::DynamicRequest& request) const {
     const radius::Line line = loginLine(login.block, lines_.name(ifId));
+    const Sessions::Names names = sessions_.namesOf(ifId).value_or(Sessions::Names());
     const auto fitsText = [](const std::optional<std::string>& wanted, const std::string& is) {
         return !wanted || *wanted == is;
     };
     return login.open && lines_.state(ifId).gate == Gate::open &&
-           fitsText(request.userName, format_.userName.fill(line, format_.nasIdentifier)) &&
-           fitsText(request.nasPortId, format_.nasPortId.fill(line, format_.nasIdentifier)) &&
+           fitsText(request.userName, names.userName) &&
+           fitsText(request.nasPortId, names.nasPortId) &&
            fitsText(request.circuitId, line.circuitId) &&
            fitsText(request.remoteId, line.remoteId) &&
            fitsText(request.callingStationId, line.mac ? radius::macText(*line.mac) : "") &&

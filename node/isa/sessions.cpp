@@ -161,10 +161,10 @@ const Sessions::Session* Sessions::current(unsigned ifId) const {
     return found == current_.end() ? nullptr : &sessions_.at(found->second);
 }
 
+// Of a session that is left: what its gate lets pass while it is held open for it.
 Traffic Sessions::trafficOf(const Session& session) const {
-    return session.left ? session.before
-                        : sum(session.before, passedSince(settings_.trafficOf(session.stored.ifId),
-                                                          session.atOpen));
+    return sum(session.before,
+               passedSince(settings_.trafficOf(session.stored.ifId), session.atOpen));
 }
 
 uint32_t Sessions::secondsOf(const Session& session) const {
@@ -193,14 +193,15 @@ void Sessions::open(unsigned ifId, const radius::Line& line,
     if (Session* const before = current(ifId)) {
         if (before->left && resume) {
             before->left = false;
-            before->atOpen = counted_[ifId];
             before->stored.classes = classes.empty() ? before->stored.classes : classes;
             log_.line(ifId, "session", before->stored.id + " goes on");
             scheduleInterim(*before);
             changed();
             return;
         }
-        end(*before, radius::TerminateCause::nasReboot);
+        // What has passed since the gate of one that is left closed is the next session's.
+        end(*before, radius::TerminateCause::nasReboot,
+            before->left ? before->atOpen : settings_.trafficOf(ifId));
     }
     makeRoom();
     Session session;
@@ -236,7 +237,7 @@ void Sessions::makeRoom() {
 
 void Sessions::dropTicket(Session& session) {
     if (session.ticket != 0 && client_) {
-        client_->cancel(session.ticket);
+        client_->cancel(session.ticket, false);
     }
     session.ticket = 0;
 }
@@ -250,17 +251,24 @@ void Sessions::changeClasses(unsigned ifId, const std::vector<radius::Buffer>& c
 
 void Sessions::close(unsigned ifId, radius::TerminateCause cause) {
     if (Session* const session = current(ifId)) {
-        session->left = false;  // its gate may have been held open for it: what passed is its own
-        end(*session, cause);
+        end(*session, cause, settings_.trafficOf(ifId));
     }
 }
 
-void Sessions::end(Session& session, radius::TerminateCause cause) {
-    session.stored.traffic = trafficOf(session);
-    session.stored.seconds = secondsOf(session);
-    if (!session.left) {
-        counted_[session.stored.ifId] = settings_.trafficOf(session.stored.ifId);
+void Sessions::settle(unsigned ifId) {
+    Session* const session = current(ifId);
+    if (session && session->left) {
+        session->before = trafficOf(*session);
+        session->atOpen = settings_.trafficOf(ifId);
+        changed();
     }
+}
+
+// `until`: the line's numbers at its end.
+void Sessions::end(Session& session, radius::TerminateCause cause, const Traffic& until) {
+    session.stored.traffic = sum(session.before, passedSince(until, session.atOpen));
+    session.stored.seconds = secondsOf(session);
+    counted_[session.stored.ifId] = until;
     session.stored.ended = std::max<int64_t>(settings_.wall(), 1);
     session.stored.cause = cause;
     session.left = false;
@@ -292,6 +300,12 @@ std::set<unsigned> Sessions::left() const {
 std::string Sessions::idOf(unsigned ifId) const {
     const Session* const session = current(ifId);
     return session ? session->stored.id : "";
+}
+
+std::optional<Sessions::Names> Sessions::namesOf(unsigned ifId) const {
+    const Session* const session = current(ifId);
+    return session ? std::optional(Names{session->stored.userName, session->stored.nasPortId})
+                   : std::nullopt;
 }
 
 // Writing and telling.

@@ -45,6 +45,8 @@ public:
               bool resume);
     void changeClasses(unsigned ifId, const std::vector<radius::Buffer>& classes);
     void close(unsigned ifId, radius::TerminateCause cause);
+    // The gate that was held open for a session left by an earlier process closed, for now.
+    void settle(unsigned ifId);
 
     // The process ends: open sessions are written with what passed so far, and left to the next
     // one. Nobody is told anything any more. While trafficOf still knows.
@@ -54,6 +56,13 @@ public:
     std::set<unsigned> left() const;        // lines of such sessions
     std::string idOf(unsigned ifId) const;  // of the open session; empty: none
 
+    // What the open session is called towards servers.
+    struct Names {
+        std::string userName;
+        std::string nasPortId;
+    };
+    std::optional<Names> namesOf(unsigned ifId) const;
+
     std::vector<radius::ServerStatus> servers() const;
     size_t untold() const;    // sessions whose Start or Stop no server has taken yet
     size_t underWay() const;  // of these, given to the client
@@ -61,8 +70,8 @@ public:
 private:
     struct Session {
         StoredSession stored;
-        Traffic before;             // of earlier processes
-        Traffic atOpen;             // the line's numbers before it began here
+        Traffic before;             // of earlier processes, and until it was settled
+        Traffic atOpen;             // the line's numbers before it began, or was settled, here
         int64_t secondsBefore = 0;  // that it had lived before `since`
         Time since{0};              // of this process
         bool left = false;
@@ -80,7 +89,7 @@ private:
     void makeRoom();
     void dropTicket(Session& session);
     std::vector<Id> dueIds() const;
-    void end(Session& session, radius::TerminateCause cause);
+    void end(Session& session, radius::TerminateCause cause, const Traffic& until);
     void changed();  // to be written, and told, soon
     void flush();
     void write();

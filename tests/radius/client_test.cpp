@@ -276,7 +276,7 @@ TEST_F(RadiusClient, CancellingWhatWasLeftUnansweredFindsTheServerDeadSoonAfter)
     client_->onServerChange([&](const std::string&, ServerState) { told = true; });
     const auto ticket = login();
     reactor_.advance(Time(1'200'000));
-    client_->cancel(ticket);
+    client_->cancel(ticket, true);
     EXPECT_FALSE(told) << "told from inside cancel";
     reactor_.settle();
     EXPECT_TRUE(told);
@@ -290,12 +290,25 @@ TEST_F(RadiusClient, CancellingWithinTheFirstWaitSaysNothingOfTheServer) {
         for (int i = 0; i < 20; ++i) {
             const auto ticket = login();
             reactor_.advance(Time(890'000));
-            client_->cancel(ticket);
+            client_->cancel(ticket, true);
             reactor_.settle();
             EXPECT_EQ(ServerState::alive, status(0).state);
         }
         EXPECT_EQ(0U, status(0).counters.deaths);
     }
+}
+
+// A line that lost its link again and again must not take a slow server from the others.
+TEST_F(RadiusClient, CancellingWhatNobodyWantsAnyMoreSaysNothingOfTheServer) {
+    start();
+    for (int i = 0; i < 20; ++i) {
+        const auto ticket = login();
+        reactor_.advance(2 * second);
+        client_->cancel(ticket, false);
+        reactor_.settle();
+        EXPECT_EQ(ServerState::alive, status(0).state);
+    }
+    EXPECT_EQ(0U, status(0).counters.deaths);
 }
 
 TEST_F(RadiusClient, PatienceThatEndsHarmsNoServerThatAnsweredOthers) {
@@ -314,7 +327,7 @@ TEST_F(RadiusClient, AnswerOfTheSameMomentSavesAServer) {
     const auto cancelled = login();
     login();
     reactor_.advance(2 * second);
-    client_->cancel(cancelled);
+    client_->cancel(cancelled, true);
     first_.answer(ScriptedServer::Sent(first_.requests[1]), Code::accessReject);
     reactor_.settle();
     EXPECT_EQ(ServerState::alive, status(0).state);
@@ -355,10 +368,10 @@ TEST_F(RadiusClient, CancelledLoginIsNeverAnswered) {
     start([](ClientSettings& settings) { settings.servers[0].window = 1; });
     const auto underWay = login();
     const auto waiting = login();
-    EXPECT_TRUE(client_->cancel(waiting));
-    EXPECT_TRUE(client_->cancel(underWay));
-    EXPECT_FALSE(client_->cancel(underWay));
-    EXPECT_FALSE(client_->cancel(4711));
+    EXPECT_TRUE(client_->cancel(waiting, false));
+    EXPECT_TRUE(client_->cancel(underWay, false));
+    EXPECT_FALSE(client_->cancel(underWay, false));
+    EXPECT_FALSE(client_->cancel(4711, false));
     EXPECT_EQ(0U, client_->outstanding());
     first_.acceptAll();
     reactor_.advance(60 * second);
@@ -372,7 +385,7 @@ TEST_F(RadiusClient, CancellingMakesRoomForTheNext) {
     const auto underWay = login();
     login();
     EXPECT_EQ(1U, first_.requests.size());
-    client_->cancel(underWay);
+    client_->cancel(underWay, false);
     EXPECT_EQ(2U, first_.requests.size());
 }
 

@@ -172,6 +172,15 @@ class Dynamic(SessionStage):
         self.assertEqual("Admin-Reset", self.records("line-1")[1][3])
         self.assertIn("NAK", self.ask("disconnect", [f'Acct-Session-Id = "{session}"']))
 
+        # Servers know a login by the name that its session began with.
+        path = self.directory / "node.toml"
+        path.write_text(path.read_text().replace('"line-{', '"other-{'))
+        self.reload("counters begin again")
+        self.assertIn("NAK", self.ask("coa", ['User-Name = "other-2"', "Session-Timeout = 1"]))
+        self.assertIn("CoA-ACK", self.ask("coa", ['User-Name = "line-2"', "Session-Timeout = 3600"]))
+        path.write_text(path.read_text().replace('"other-{', '"line-{'))
+        self.reload("counters begin again")
+
         self.assertIn("CoA-ACK", self.ask("coa", ["NAS-Port = 2", "Session-Timeout = 1"]))
         until("line 2 logs in again",
               lambda: self.statuses("line-2")[:3] == ["Start", "Stop", "Start"])

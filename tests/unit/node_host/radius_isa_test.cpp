@@ -205,6 +205,21 @@ TEST_F(RadiusIsaTest, ReloadThatFailsChangesNothing) {
     EXPECT_NE(std::string::npos, out.str().find("counters begin again"));
 }
 
+TEST_F(RadiusIsaTest, LineWhoseVerdictTheModuleDidNotTakeIsAskedForAgainWithoutTraffic) {
+    addLine(line, 1);
+    begin();
+    link(line, true);
+    serveAll();
+    takesVerdicts = false;
+    frame(line, a);
+    runFor(900ms);
+    ASSERT_EQ(PortState::pending, state(line));
+    takesVerdicts = true;
+    runFor(2s);
+    EXPECT_EQ("A1 A1", asked());
+    EXPECT_EQ(PortState::open, state(line));
+}
+
 // Policy "keep": lines that were open when the node was restarted.
 class KeepTest : public RadiusIsaTest {
 protected:
@@ -250,6 +265,23 @@ TEST_F(KeepTest, AcceptAfterAnOpeningThatTheModuleDidNotTakeOpensTheLine) {
     frame(line, b);
     runFor(1s);
     EXPECT_EQ(PortState::open, state(line));
+}
+
+TEST_F(KeepTest, AnswerForALineThatWasOpenedWithoutOneDoesNotDecideTheNextRequest) {
+    config.userName = "lines of the first-{interface-number}";
+    server.answersProbes = true;
+    replay();
+    runFor(3s);
+    ASSERT_EQ(PortState::open, state(line));
+    ASSERT_EQ(1U, radius->servers().at(0).inFlight);
+    // All in one turn of the loop: the subscriber goes, another one comes, the answer arrives.
+    const radius_test::ScriptedServer::Sent sent(server.requests.back());
+    link(line, false);
+    link(line, true);
+    frame(line, b);
+    server.answer(sent, node::radius::Code::accessReject);
+    EXPECT_EQ(PortState::pending, state(line));
+    EXPECT_EQ(std::string::npos, out.str().find("authentication rejected"));
 }
 
 // A line that is open for ten seconds, and another one that finds out that no server lives.

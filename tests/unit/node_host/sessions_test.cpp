@@ -484,6 +484,53 @@ TEST_F(SessionsTest, ClockThatWasSetSinceThePreviousProcessDoesNotChangeItsTimeE
     EXPECT_NEAR(40.0, number(server.requests.back(), attribute::acctSessionTime), 1.0);
 }
 
+// A replay that nobody answers: its gate lets traffic pass until the request's end. Then the line
+// logs in afresh, and its first frames pass before that is heard of.
+TEST_F(SessionsTest, WhatAHeldGateLetPassIsOfTheSessionThatWasLeft) {
+    open(7);
+    pass();
+    answer();
+    kill();
+    begin();
+    traffic[7] = {500, 50, 5, 1};
+    sessions->settle(7);
+    traffic[7] = {540, 50, 6, 1};
+    open(7, false);
+    pass();
+    EXPECT_EQ(500U, number(server.requests.back(), attribute::acctInputOctets));
+    answer();
+    traffic[7] = {1040, 50, 9, 1};
+    sessions->close(7, TerminateCause::adminReset);
+    pass();
+    EXPECT_EQ(540U, number(server.requests.back(), attribute::acctInputOctets));
+    EXPECT_EQ(4U, number(server.requests.back(), attribute::acctInputPackets));
+}
+
+TEST_F(SessionsTest, EndOfTheProcessSavesWhatAHeldGateLetPass) {
+    open(7);
+    pass();
+    traffic[7] = {100, 0, 1, 0};
+    sessions->finish();
+    sessions.reset();
+    begin();
+    traffic[7] = {300, 0, 3, 0};
+    sessions->finish();
+    const std::vector<node::StoredSession> saved = node::readSessionFile(file);
+    ASSERT_EQ(1U, saved.size());
+    EXPECT_EQ(400U, saved[0].traffic.inputOctets);
+}
+
+TEST_F(SessionsTest, NamesOfASessionStayThoseOfItsStart) {
+    open(7);
+    const std::string before = sessions->namesOf(7)->userName;
+    format.userName = *TextTemplate::parse("another {interface}");
+    tellServer();
+    EXPECT_EQ(before, sessions->namesOf(7)->userName);
+    EXPECT_FALSE(sessions->namesOf(8));
+    open(8);
+    EXPECT_EQ("another 1/8", sessions->namesOf(8)->userName);
+}
+
 TEST_F(SessionsTest, TimeBetweenTwoProcessesBelongsToASession) {
     open(7);
     pass();

@@ -104,7 +104,7 @@ Client::Ticket Client::submit(Request request, Done done) {
     return ticket;
 }
 
-bool Client::cancel(Ticket ticket) {
+bool Client::cancel(Ticket ticket, bool overdue) {
     const auto found = pending_.find(ticket);
     if (found == pending_.end()) {
         return false;
@@ -113,7 +113,7 @@ bool Client::cancel(Ticket ticket) {
     if (pending.queue) {
         leaveQueue(pending);
     } else {
-        servers_[pending.server]->withdraw(pending.flying);
+        servers_[pending.server]->withdraw(pending.flying, overdue);
     }
     patience_.remove(pending.deadline, ticket);
     pending_.erase(found);
@@ -140,7 +140,7 @@ void Client::outOfPatience(Ticket ticket) {
     if (pending.queue) {
         leaveQueue(pending);
     } else {
-        servers_[pending.server]->withdraw(pending.flying);
+        servers_[pending.server]->withdraw(pending.flying, true);
     }
     ++counters_.unanswered;
     finish(ticket, Answer());

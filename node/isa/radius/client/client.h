@@ -44,7 +44,9 @@ public:
     // 0 when refused: the queue is full, or the packet would be too long. Otherwise `done` is
     // called once, unless cancelled.
     Ticket submit(Request request, Done done);
-    bool cancel(Ticket ticket);  // false when it was answered or never given
+    // False when it was answered or never given. `overdue`: because the answer took too long, which
+    // tells about the server as an ended patience does.
+    bool cancel(Ticket ticket, bool overdue);
 
     std::vector<ServerStatus> status() const;
     const ClientCounters& counters() const { return counters_; }

@@ -1,6 +1,6 @@
 // Life and death. A server is dead when a request was given up and no proven answer has come
 // since that request was first sent: loss alone, however bad, does not kill a server that
-// answers others. A request that is withdrawn after its first wait is as much of a silence;
+// answers others. A request that took too long, and longer than its first wait, is as much of one;
 // otherwise a patience shorter than all tries would never find a server dead. So is a server dead
 // that has no channel and to which none can be made: there is no route, or not yet the address to
 // send from. On death everything under way is handed back at once. A dead server is asked by
@@ -266,10 +266,10 @@ void Server::due(Flying flying) {
     }
 }
 
-void Server::withdraw(Flying flying) {
+void Server::withdraw(Flying flying, bool overdue) {
     const Flight& flight = flightOf(flying);
     ++counters_.withdrawn;
-    if (lastAnswer_ < flight.firstSent && outlastedFirstWait(flying)) {
+    if (overdue && lastAnswer_ < flight.firstSent && outlastedFirstWait(flying)) {
         silentSince_ = flight.firstSent;
         judgeSoon();
     }

@@ -48,7 +48,7 @@ public:
     Flying take(uint64_t ticket, const Request& request);
     // Its answer will be late. Calls nothing; if it was left unanswered the server may die soon
     // after.
-    void withdraw(Flying flying);
+    void withdraw(Flying flying, bool overdue);
 
 private:
     void received(size_t index, Bytes datagram);
