@@ -57,6 +57,8 @@ public:
     virtual std::optional<Found> attach(const Line& line, std::string& error) = 0;
     // Whether the interface still has the gate that attach() put there.
     virtual bool inPlace(unsigned ifId) const = 0;
+    // Puts it there again. Gate, rules and traps are what they are, whoever moves them meanwhile.
+    virtual bool restore(unsigned ifId, std::string& error) = 0;
     // False: no such line.
     virtual bool setGate(unsigned ifId, Gate gate) = 0;
     virtual Gate gate(unsigned ifId) const = 0;

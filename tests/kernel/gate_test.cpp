@@ -175,6 +175,7 @@ TEST_F(KernelGateTest, ALineThatWasNeverAttachedIsRefused) {
         EXPECT_FALSE(engine->setRules(ifId, {})) << ifId;
         EXPECT_FALSE(engine->linkDown(ifId, 1)) << ifId;
         EXPECT_FALSE(engine->reinject(ifId, numbered(1), error)) << ifId;
+        EXPECT_FALSE(engine->restore(ifId, error)) << ifId;
         EXPECT_EQ(engine->gate(ifId), Gate::blocked) << ifId;
     }
     for (const unsigned ifId : {0U, 128U, 1000U}) {
@@ -208,6 +209,36 @@ TEST_F(KernelGateTest, DetachingFreesTheInterfaceAndForgetsTheLine) {
     subscriber.send(numbered(4));
     ASSERT_TRUE(engine.counted(1, 1));
     EXPECT_FALSE(core.receive(std::chrono::milliseconds(50)));
+}
+
+TEST_F(KernelGateTest, AGateThatIsPutOnAgainIsWhatItWas) {
+    const LineNet net(2);
+    Engine engine(2);
+    const ittalCondition every = anyFrame();
+    for (const unsigned line : {1U, 2U}) {
+        engine.attach(line);
+        ASSERT_TRUE(engine->setRules(line, std::span(&every, 1)));
+    }
+    ASSERT_TRUE(engine->setGate(1, Gate::open));
+    ASSERT_TRUE(engine->arm(2, 3));
+    run("tc filter del dev dsl1 ingress && tc filter del dev dsl2 egress");
+    std::string error;
+    for (const unsigned line : {1U, 2U}) {
+        EXPECT_FALSE(engine->inPlace(line));
+        ASSERT_TRUE(engine->restore(line, error)) << error;
+        EXPECT_TRUE(engine->inPlace(line));
+    }
+    RawSocket one(LineNet::subscriber(1)), two(LineNet::subscriber(2)), core("core");
+    two.send(numbered(1));
+    ASSERT_TRUE(eventually([&] { return engine->poll() == 1; })) << "armed as before";
+    one.send(numbered(2));
+    EXPECT_EQ(nextNumber(core), 2U);
+    EXPECT_EQ(engine->gate(1), Gate::open);
+    EXPECT_EQ(engine->gate(2), Gate::blocked);
+    ASSERT_TRUE(engine->setGate(1, Gate::blocked));
+    ASSERT_TRUE(engine->arm(1));
+    one.send(numbered(3));
+    ASSERT_TRUE(eventually([&] { return engine->poll() == 1; })) << "the rules are there";
 }
 
 // Somebody else's program on the same hook, which drops everything.

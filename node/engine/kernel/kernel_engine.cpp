@@ -88,6 +88,14 @@ bool hasProgram(unsigned ifIndex, bool ofNode) {
                        [&](Direction direction) { return hasProgram(ifIndex, direction, ofNode); });
 }
 
+bool hasOthersProgram(unsigned ifIndex, std::string& error) {
+    if (!hasProgram(ifIndex, false)) {
+        return false;
+    }
+    error = "interface " + std::to_string(ifIndex) + ": another program is attached";
+    return true;
+}
+
 bpf_map* mapOf(bpf_object* object, GateMaps::Map map) {
     return bpf_object__find_map_by_name(object, std::string(GateMaps::name(map)).c_str());
 }
@@ -227,8 +235,7 @@ bool KernelEngine::known(unsigned ifId) const {
 std::optional<KernelEngine::Found> KernelEngine::lookAt(const Line& line, KernelGate& gate,
                                                         std::string& error) const {
     gate = KERNEL_GATE_BLOCKED;
-    if (hasProgram(line.ifIndex, false)) {
-        error = "interface " + std::to_string(line.ifIndex) + ": another program is attached";
+    if (hasOthersProgram(line.ifIndex, error)) {
         return std::nullopt;
     }
     const auto id = attachedProgram(line.ifIndex, Direction::fromSubscriber);
@@ -282,6 +289,11 @@ bool KernelEngine::enter(const Line& line, KernelGate gate, Found found, std::st
     return true;
 }
 
+bool KernelEngine::attachPrograms(unsigned ifIndex, std::string& error) {
+    return attachProgram(ifIndex, Direction::fromSubscriber, programFd("talIngress"), error) &&
+           attachProgram(ifIndex, Direction::toSubscriber, programFd("talEgress"), error);
+}
+
 std::optional<KernelEngine::Found> KernelEngine::attach(const Line& line, std::string& error) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (line.ifId == 0 || line.ifId >= KERNEL_LINES || line.ifIndex == 0) {
@@ -291,9 +303,7 @@ std::optional<KernelEngine::Found> KernelEngine::attach(const Line& line, std::s
     }
     KernelGate gate = KERNEL_GATE_BLOCKED;
     const auto found = lookAt(line, gate, error);
-    if (!found || !enter(line, gate, *found, error) ||
-        !attachProgram(line.ifIndex, Direction::fromSubscriber, programFd("talIngress"), error) ||
-        !attachProgram(line.ifIndex, Direction::toSubscriber, programFd("talEgress"), error)) {
+    if (!found || !enter(line, gate, *found, error) || !attachPrograms(line.ifIndex, error)) {
         return std::nullopt;
     }
     if (!attached_[line.ifId].exchange(true)) {
@@ -365,6 +375,16 @@ bool KernelEngine::inPlace(unsigned ifId) const {
     const unsigned ifIndex = loadWord(record(ifId).ifIndex);
     return attachedProgram(ifIndex, Direction::fromSubscriber) == programId("talIngress") &&
            attachedProgram(ifIndex, Direction::toSubscriber) == programId("talEgress");
+}
+
+bool KernelEngine::restore(unsigned ifId, std::string& error) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (!known(ifId)) {
+        error = "line " + std::to_string(ifId) + " has no gate";
+        return false;
+    }
+    const unsigned ifIndex = loadWord(record(ifId).ifIndex);
+    return !hasOthersProgram(ifIndex, error) && attachPrograms(ifIndex, error);
 }
 
 bool KernelEngine::setGate(unsigned ifId, Gate gate) {

@@ -55,6 +55,7 @@ public:
     bool freeStray(unsigned ifIndex, std::string& error);
 
     bool inPlace(unsigned ifId) const override;
+    bool restore(unsigned ifId, std::string& error) override;
     bool setGate(unsigned ifId, Gate gate) override;
     Gate gate(unsigned ifId) const override;
     bool linkDown(unsigned ifId, uint32_t carrierDowns) override;
@@ -83,6 +84,7 @@ private:
     KernelLineRecord& record(unsigned ifId) const { return lines_[ifId]; }
     std::optional<Found> lookAt(const Line& line, KernelGate& gate, std::string& error) const;
     bool enter(const Line& line, KernelGate gate, Found found, std::string& error);
+    bool attachPrograms(unsigned ifIndex, std::string& error);
     bool writeRules(unsigned ifId, const KernelRules& rules);
     KernelCounters sumOf(unsigned ifId) const;
     bool isStray(unsigned ifIndex) const;

@@ -173,18 +173,16 @@ TEST_F(LiveLinesTest, DeviceWithoutAGateHasNoLinkAndIsTriedAgain) {
 
 TEST_F(LiveLinesTest, GateThatSomebodyTookOffIsPutOnAgainAsItWas) {
     open();
+    const unsigned arms = gates.lines[1].arms, rulesWritten = gates.lines[1].rulesWritten;
     gates.lines[1].takenOff = true;
-    loop.at(3s, [this] {
-        EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 10"));
-        EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: somebody took it off"));
-        EXPECT_EQ(gates.gate(1), Gate::open) << "the login is as good as before";
-        EXPECT_THAT(links, IsEmpty());
-        engine.setAdmin(1, false);
-        gates.lines[1].gate = Gate::open;
-        gates.lines[1].takenOff = true;
-    });
     runFor(5s);
-    EXPECT_EQ(gates.gate(1), Gate::blocked);
+    EXPECT_THAT(gates.calls, ElementsAre("restore 1"));
+    EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: somebody took it off"));
+    EXPECT_THAT(out.str(), HasSubstr("veth1: gate put on again"));
+    EXPECT_EQ(gates.gate(1), Gate::open) << "the login is as good as before";
+    EXPECT_EQ(gates.lines[1].arms, arms);
+    EXPECT_EQ(gates.lines[1].rulesWritten, rulesWritten);
+    EXPECT_THAT(links, IsEmpty());
 }
 
 TEST_F(LiveLinesTest, LineWhoseGateCannotBePutBackLosesItsLinkUntilItCan) {
@@ -194,9 +192,11 @@ TEST_F(LiveLinesTest, LineWhoseGateCannotBePutBackLosesItsLinkUntilItCan) {
     loop.at(2500ms, [this] {
         EXPECT_THAT(links, ElementsAre("1 down"));
         EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: another program is attached"));
+        EXPECT_EQ(gates.gate(1), Gate::blocked);
         gates.refuses.clear();
     });
     runFor(4s);
+    EXPECT_THAT(gates.calls, ElementsAre("restore 1", "attach 1 at 10"));
     EXPECT_THAT(links, ElementsAre("1 down", "1 up"));
 }
 
