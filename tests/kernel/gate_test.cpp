@@ -3,10 +3,12 @@
 #include <bpf/libbpf.h>
 #include <gtest/gtest.h>
 #include <linux/pkt_cls.h>
+#include <sys/resource.h>
 
 #include <array>
 #include <iterator>
 
+#include "node/engine/kernel/tc_hook.h"
 #include "tests/kernel/engine_fixture.h"
 #include "tests/kernel/test_run.h"
 #include "tests/unit/node/condition_builder.h"
@@ -211,6 +213,43 @@ TEST_F(KernelGateTest, DetachingFreesTheInterfaceAndForgetsTheLine) {
     EXPECT_FALSE(core.receive(std::chrono::milliseconds(50)));
 }
 
+// A program of somebody else, which drops everything.
+int dropper() {
+    const bpf_insn instructions[] = {{BPF_ALU64 | BPF_MOV | BPF_K, 0, 0, 0, TC_ACT_SHOT},
+                                     {BPF_JMP | BPF_EXIT, 0, 0, 0, 0}};
+    return bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "dropper", "unspecified", instructions,
+                         std::size(instructions), nullptr);
+}
+
+TEST_F(KernelGateTest, AGateIsMissingOnlyWhereTheKernelSaysSo) {
+    const LineNet net(4);
+    Engine engine(4);
+    for (unsigned line = 1; line <= 4; ++line) {
+        engine.attach(line);
+        ASSERT_TRUE(engine->inPlace(line));
+    }
+    run("tc qdisc del dev dsl1 clsact && tc filter del dev dsl2 ingress && "
+        "tc filter del dev dsl3 egress && ip link del dsl4");
+    for (const unsigned line : {1U, 2U, 3U}) {
+        EXPECT_FALSE(engine->inPlace(line)) << line;
+    }
+    EXPECT_TRUE(engine->inPlace(4)) << "its interface is gone, and that is told otherwise";
+    std::string error;
+    ASSERT_TRUE(engine->restore(1, error)) << error;
+    ASSERT_TRUE(engine->inPlace(1));
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_TRUE(engine->inPlace(1)) << "nothing can be asked without a descriptor";
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    const node::Fd other(dropper());
+    ASSERT_TRUE(node::attachProgram(LineNet::index("dsl1"), node::Direction::fromSubscriber,
+                                    other.get(), error))
+        << error;
+    EXPECT_FALSE(engine->inPlace(1)) << "another program is there";
+}
+
 TEST_F(KernelGateTest, AGateThatIsPutOnAgainIsWhatItWas) {
     const LineNet net(2);
     Engine engine(2);
@@ -241,12 +280,9 @@ TEST_F(KernelGateTest, AGateThatIsPutOnAgainIsWhatItWas) {
     ASSERT_TRUE(eventually([&] { return engine->poll() == 1; })) << "the rules are there";
 }
 
-// Somebody else's program on the same hook, which drops everything.
+// Somebody else's program on the same hook.
 bool attachDropper(unsigned ifIndex) {
-    const bpf_insn instructions[] = {{BPF_ALU64 | BPF_MOV | BPF_K, 0, 0, 0, TC_ACT_SHOT},
-                                     {BPF_JMP | BPF_EXIT, 0, 0, 0, 0}};
-    const node::Fd program(bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "dropper", "unspecified",
-                                         instructions, std::size(instructions), nullptr));
+    const node::Fd program(dropper());
     bpf_tc_hook hook{};
     hook.sz = sizeof hook;
     hook.ifindex = static_cast<int>(ifIndex);

@@ -96,6 +96,13 @@ bool hasOthersProgram(unsigned ifIndex, std::string& error) {
     return true;
 }
 
+// 0: cannot be told.
+uint32_t idOf(int program) {
+    bpf_prog_info info{};
+    uint32_t size = sizeof info;
+    return bpf_obj_get_info_by_fd(program, &info, &size) == 0 ? info.id : 0;
+}
+
 bpf_map* mapOf(bpf_object* object, GateMaps::Map map) {
     return bpf_object__find_map_by_name(object, std::string(GateMaps::name(map)).c_str());
 }
@@ -155,7 +162,8 @@ void KernelEngine::findMaps(std::span<const unsigned> interfaces) {
 bool KernelEngine::load(std::span<const unsigned> interfaces, std::string& error) {
     findMaps(interfaces);
     const bool found = maps_.complete();
-    if (!loadPrograms(found, error) || (!found && !takeNewMaps(error)) || !shareLines(error)) {
+    if (!loadPrograms(found, error) || !readProgramIds(error) || (!found && !takeNewMaps(error)) ||
+        !shareLines(error)) {
         return false;
     }
     return pinned_ || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
@@ -362,10 +370,14 @@ void KernelEngine::forget(unsigned ifIndex) {
     storeWord<uint32_t>(entry.ifIndex, 0);
 }
 
-uint32_t KernelEngine::programId(const char* name) const {
-    bpf_prog_info info{};
-    uint32_t size = sizeof info;
-    return bpf_obj_get_info_by_fd(programFd(name), &info, &size) == 0 ? info.id : 0;
+bool KernelEngine::readProgramIds(std::string& error) {
+    ingressId_ = idOf(programFd("talIngress"));
+    egressId_ = idOf(programFd("talEgress"));
+    if (ingressId_ == 0 || egressId_ == 0) {
+        error = std::string("the programs' numbers: ") + std::strerror(errno);
+        return false;
+    }
+    return true;
 }
 
 bool KernelEngine::inPlace(unsigned ifId) const {
@@ -373,8 +385,8 @@ bool KernelEngine::inPlace(unsigned ifId) const {
         return false;
     }
     const unsigned ifIndex = loadWord(record(ifId).ifIndex);
-    return attachedProgram(ifIndex, Direction::fromSubscriber) == programId("talIngress") &&
-           attachedProgram(ifIndex, Direction::toSubscriber) == programId("talEgress");
+    return !isWithout(ifIndex, Direction::fromSubscriber, ingressId_) &&
+           !isWithout(ifIndex, Direction::toSubscriber, egressId_);
 }
 
 bool KernelEngine::restore(unsigned ifId, std::string& error) {

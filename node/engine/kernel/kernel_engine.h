@@ -79,7 +79,7 @@ private:
     bool shareLines(std::string& error);
     bool openEvents(std::string& error);
     int programFd(const char* name) const;
-    uint32_t programId(const char* name) const;
+    bool readProgramIds(std::string& error);
     bool known(unsigned ifId) const;
     KernelLineRecord& record(unsigned ifId) const { return lines_[ifId]; }
     std::optional<Found> lookAt(const Line& line, KernelGate& gate, std::string& error) const;
@@ -101,6 +101,8 @@ private:
     bool pinned_ = false;            // they are what the pins hold
     std::optional<GateMaps> older_;  // pinned, of another layout
     bpf_object* object_ = nullptr;   // the loaded programs
+    uint32_t ingressId_ = 0;         // of its programs on interfaces
+    uint32_t egressId_ = 0;
     ring_buffer* events_ = nullptr;
     KernelLineRecord* lines_ = nullptr;                       // the kernel's own memory
     std::array<std::atomic<bool>, KERNEL_LINES> attached_{};  // by this process

@@ -14,6 +14,10 @@ enum class Direction { fromSubscriber, toSubscriber };
 // The id of the program in the node's place; empty when the place or the interface is empty.
 std::optional<uint32_t> attachedProgram(unsigned ifIndex, Direction direction);
 
+// Whether the kernel says that the place has not this program: none, or another. False when it
+// cannot say, for want of memory or descriptors, or because the interface is gone.
+bool isWithout(unsigned ifIndex, Direction direction, uint32_t program);
+
 // Takes the place; a program that is there is exchanged in one step, no frame passes between.
 bool attachProgram(unsigned ifIndex, Direction direction, int program, std::string& error);
 
