@@ -104,7 +104,10 @@ void LiveLines::end() {
     for (const Line& line : lines_) {
         engine_->gateBy(line.ifId, nullptr);
     }
-    loop_->cancel(*nextLook_);
+    if (nextLook_) {
+        loop_->cancel(*nextLook_);
+        nextLook_.reset();
+    }
     engine_ = nullptr;
 }
 

@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
 #include <sstream>
+#include <stdexcept>
 
 #include "node/engine/bridge.h"
 #include "tests/unit/node_host/fake_gates.h"
@@ -233,6 +235,36 @@ TEST_F(LiveLinesTest, AtTheEndTheGatesStayAsTheyAre) {
     lines.changed("veth1", LinkEvent::down, downState);
     EXPECT_EQ(gates.gate(1), Gate::open);
     EXPECT_THAT(gates.calls, IsEmpty());
+}
+
+// Takes back a timer only if it was given.
+class StrictLoop : public node::Loop {
+public:
+    StrictLoop() : node::Loop(node::Pace::instant) {}
+    Timer at(node::Time time, node::Task task) override {
+        return *given.insert(node::Loop::at(time, std::move(task))).first;
+    }
+    void cancel(const Timer& timer) override {
+        cancelled.push_back(given.erase(timer) == 1);
+        node::Loop::cancel(timer);
+    }
+    std::set<Timer> given;
+    std::vector<bool> cancelled;
+};
+
+TEST_F(LiveLinesTest, EndTakesBackOnlyWhatTheBeginningSetUp) {
+    attach(up);
+    StrictLoop strict;
+    const auto fails = [](unsigned, bool) { throw std::runtime_error("no module"); };
+    EXPECT_THROW(lines.begin(engine, strict, fails), std::runtime_error);
+    lines.end();
+    EXPECT_THAT(strict.cancelled, IsEmpty());
+    lines.begin(engine, strict, [](unsigned, bool) {});
+    lines.end();
+    EXPECT_THAT(strict.cancelled, ElementsAre(true));
+    EXPECT_THROW(lines.begin(engine, strict, fails), std::runtime_error);
+    lines.end();
+    EXPECT_THAT(strict.cancelled, ElementsAre(true));
 }
 
 TEST_F(LiveLinesTest, KeptFramesGoOnWhereThereIsADevice) {
