@@ -353,6 +353,25 @@ TEST_F(KernelRestartTest, AnInterfaceWithAnIngressQdiscIsRefusedAndLeftAlone) {
     EXPECT_EQ(engine.attach(1), Found::nothing);
 }
 
+TEST_F(KernelRestartTest, ALineThatCannotMoveToAnotherInterfaceStaysWhereItIs) {
+    const LineNet net(2);
+    Engine engine(2);
+    engine.attach(1);
+    ASSERT_TRUE(engine->setRules(1, everything));
+    ASSERT_TRUE(engine->setGate(1, Gate::open));
+    run("tc qdisc add dev dsl2 ingress");
+    std::string error;
+    EXPECT_FALSE(engine->attach({.ifId = 1, .ifIndex = LineNet::index("dsl2")}, error));
+    EXPECT_EQ(engine->gate(1), Gate::open);
+    RawSocket subscriber("sub1"), core("core");
+    subscriber.send(numbered(1));
+    EXPECT_EQ(nextNumber(core), 1U);
+    ASSERT_TRUE(engine->setGate(1, Gate::blocked));
+    ASSERT_TRUE(engine->arm(1));
+    subscriber.send(numbered(2));
+    EXPECT_TRUE(eventually([&] { return engine->poll() == 1; })) << "its rules are there";
+}
+
 TEST_F(KernelRestartTest, BothDirectionsOfALineHaveTheirOwnPrograms) {
     const LineNet net(1);
     Engine engine(1);

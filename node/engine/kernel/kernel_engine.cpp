@@ -7,6 +7,8 @@
 //   either takes the set; a second process on the other makes its own, or each would hear the
 //   other's frames and one's record would open the other's gate.
 // - A line is entered in the maps before its program is attached: what has no record is closed.
+//   The hook comes even before, as it may be refused and entering a line takes its record
+//   from the interface that it had.
 // - A gate that stayed open while no process watched stays open, unless the interface says that
 //   it lost its link since: then somebody else may be at its end.
 // - Whoever restarts has no requests open: a gate found pending or rejected is blocked.
@@ -311,7 +313,8 @@ std::optional<KernelEngine::Found> KernelEngine::attach(const Line& line, std::s
     }
     KernelGate gate = KERNEL_GATE_BLOCKED;
     const auto found = lookAt(line, gate, error);
-    if (!found || !enter(line, gate, *found, error) || !attachPrograms(line.ifIndex, error)) {
+    if (!found || !makeHook(line.ifIndex, error) || !enter(line, gate, *found, error) ||
+        !attachPrograms(line.ifIndex, error)) {
         return std::nullopt;
     }
     if (!attached_[line.ifId].exchange(true)) {

@@ -50,6 +50,8 @@ std::optional<uint32_t> query(unsigned ifIndex, Direction direction, int& failur
     return failure == 0 ? std::optional(opts.prog_id) : std::nullopt;
 }
 
+}  // namespace
+
 // One that is there already may be of another kind, which libbpf takes for clsact.
 bool makeHook(unsigned ifIndex, std::string& error) {
     const LibbpfText quiet;
@@ -70,8 +72,6 @@ bool makeHook(unsigned ifIndex, std::string& error) {
     }
     return true;
 }
-
-}  // namespace
 
 std::optional<uint32_t> attachedProgram(unsigned ifIndex, Direction direction) {
     int failure = 0;

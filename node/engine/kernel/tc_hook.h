@@ -18,7 +18,11 @@ std::optional<uint32_t> attachedProgram(unsigned ifIndex, Direction direction);
 // cannot say, for want of memory or descriptors, or because the interface is gone.
 bool isWithout(unsigned ifIndex, Direction direction, uint32_t program);
 
-// Takes the place; a program that is there is exchanged in one step, no frame passes between.
+// Makes the hook that the places are on, unless it is there. False where there can be none.
+bool makeHook(unsigned ifIndex, std::string& error);
+
+// Takes the place, on a hook that it makes if need be; a program that is there is exchanged in one
+// step, no frame passes between.
 bool attachProgram(unsigned ifIndex, Direction direction, int program, std::string& error);
 
 // Leaves the place empty; true also when it was.
