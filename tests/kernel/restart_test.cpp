@@ -183,6 +183,30 @@ TEST_F(KernelRestartTest, MapsOfAnotherLayoutGiveTheirGatesAndNothingElse) {
     EXPECT_EQ(engine->totals(1).counters[KERNEL_FORWARDED], 0U);
 }
 
+TEST_F(KernelRestartTest, MapsThatALineHasLeftForgetItsInterface) {
+    const LineNet net(4);
+    earlierProcess();
+    const GateMaps earlier = mapsOn(1);
+    const std::string claimedByOthers = "maps " + std::to_string(earlier.id());
+    std::string error;
+    const std::vector<unsigned> interfaces{LineNet::index("dsl1")};
+    const auto engine = KernelEngine::start(
+        interfaces,
+        {.pinDirectory = {},
+         .claim = [&](const std::string& maps) { return maps != claimedByOthers; }},
+        [](unsigned, std::span<const uint8_t>) {}, error);
+    ASSERT_TRUE(engine) << error;
+    for (const unsigned line : {1U, 2U, 3U}) {
+        const unsigned ifIndex = LineNet::index(LineNet::access(line));
+        ASSERT_EQ(earlier.lineOf(ifIndex), line);
+        EXPECT_TRUE(engine->attach({.ifId = line, .ifIndex = ifIndex}, error)) << error;
+        EXPECT_FALSE(mapsOn(line).sameAs(earlier));
+        EXPECT_FALSE(earlier.lineOf(ifIndex)) << line;
+        EXPECT_EQ(mapsOn(line).lineOf(ifIndex), line);
+    }
+    EXPECT_EQ(earlier.lineOf(LineNet::index("dsl4")), 4U);
+}
+
 TEST_F(KernelRestartTest, AProcessKilledHalfWayThroughIsTakenOverFromBothSets) {
     const LineNet net(4);
     earlierProcess();

@@ -132,6 +132,12 @@ std::optional<uint32_t> GateMaps::lineOf(unsigned ifIndex) const {
     return line;
 }
 
+void GateMaps::forget(unsigned ifIndex) const {
+    if (lineOf(ifIndex)) {
+        bpf_map_delete_elem(fd(slots), &ifIndex);
+    }
+}
+
 std::vector<uint8_t> GateMaps::recordOf(unsigned ifIndex) const {
     const auto line = lineOf(ifIndex);
     const auto info = infoOf(fd(lines));

@@ -39,6 +39,8 @@ public:
     // Any layout. Empty: no line has that interface. Numbers unknown here are blocked.
     std::optional<uint32_t> lineOf(unsigned ifIndex) const;
     KernelGate gateOf(unsigned ifIndex) const;
+    // From here on no line of this set has that interface.
+    void forget(unsigned ifIndex) const;
 
     // Empty for other layouts than this one.
     std::optional<uint32_t> carrierDownsOf(unsigned ifIndex) const;

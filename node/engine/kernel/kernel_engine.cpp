@@ -2,7 +2,9 @@
 // call. Decisions:
 // - The programs are always this build's; only maps are taken over, when their layout is this
 //   build's too. attach() exchanges the program of an interface in one step, so a line is never
-//   without a gate. A line in maps of another layout takes its gate along, before the exchange.
+//   without a gate. A line in maps of another layout takes its gate along, before the exchange;
+//   afterwards those maps forget its interface, or whoever uses them later would find what was
+//   decided then.
 // - A process that ran on two interfaces leaves one set of maps on both. Whoever comes first for
 //   either takes the set; a second process on the other makes its own, or each would hear the
 //   other's frames and one's record would open the other's gate.
@@ -242,32 +244,39 @@ bool KernelEngine::known(unsigned ifId) const {
     return ifId < KERNEL_LINES && attached_[ifId];
 }
 
-std::optional<KernelEngine::Found> KernelEngine::lookAt(const Line& line, KernelGate& gate,
-                                                        std::string& error) const {
-    gate = KERNEL_GATE_BLOCKED;
+std::optional<KernelEngine::Before> KernelEngine::lookAt(const Line& line,
+                                                         std::string& error) const {
     if (hasOthersProgram(line.ifIndex, error)) {
         return std::nullopt;
     }
+    Before before;
     const auto id = attachedProgram(line.ifIndex, Direction::fromSubscriber);
     if (!id) {
-        return Found::nothing;
+        return before;
     }
     bool refused = false;
-    const auto there = GateMaps::ofProgram(*id, refused);
+    auto there = GateMaps::ofProgram(*id, refused);
     const bool ours = there ? there->sameAs(maps_) : maps_.lineOf(line.ifIndex).has_value();
-    const GateMaps* source = ours ? &maps_ : there ? &*there : older_ ? &*older_ : nullptr;
+    if (!ours) {
+        before.others = std::move(there);
+    }
+    const GateMaps* source = ours            ? &maps_
+                             : before.others ? &*before.others
+                             : older_        ? &*older_
+                                             : nullptr;
     if (source == nullptr) {
-        return Found::unreadable;
+        before.found = Found::unreadable;
+        return before;
     }
     if (source->lineOf(line.ifIndex) != line.ifId) {
-        return Found::nothing;  // another line's gate: nothing was decided about this one
+        return before;  // another line's gate: nothing was decided about this one
     }
-    gate = source->gateOf(line.ifIndex);
+    before.gate = source->gateOf(line.ifIndex);
     const auto downs = source->carrierDownsOf(line.ifIndex);
-    if (downs && *downs != line.carrierDowns) {
-        return Found::linkLost;
-    }
-    return ours ? Found::own : Found::older;
+    before.found = downs && *downs != line.carrierDowns ? Found::linkLost
+                   : ours                               ? Found::own
+                                                        : Found::older;
+    return before;
 }
 
 bool KernelEngine::enter(const Line& line, KernelGate gate, Found found, std::string& error) {
@@ -311,16 +320,21 @@ std::optional<KernelEngine::Found> KernelEngine::attach(const Line& line, std::s
                 std::to_string(line.ifIndex);
         return std::nullopt;
     }
-    KernelGate gate = KERNEL_GATE_BLOCKED;
-    const auto found = lookAt(line, gate, error);
-    if (!found || !makeHook(line.ifIndex, error) || !enter(line, gate, *found, error) ||
-        !attachPrograms(line.ifIndex, error)) {
+    const auto before = lookAt(line, error);
+    if (!before || !makeHook(line.ifIndex, error) ||
+        !enter(line, before->gate, before->found, error) || !attachPrograms(line.ifIndex, error)) {
         return std::nullopt;
+    }
+    if (before->others) {
+        before->others->forget(line.ifIndex);
+    }
+    if (older_) {
+        older_->forget(line.ifIndex);
     }
     if (!attached_[line.ifId].exchange(true)) {
         countBefore(line.ifId);
     }
-    return found;
+    return before->found;
 }
 
 // The line has no traps now: what waits in the ring buffer is all that this process will get of

@@ -82,7 +82,12 @@ private:
     bool readProgramIds(std::string& error);
     bool known(unsigned ifId) const;
     KernelLineRecord& record(unsigned ifId) const { return lines_[ifId]; }
-    std::optional<Found> lookAt(const Line& line, KernelGate& gate, std::string& error) const;
+    struct Before {  // of an interface that gets its gate
+        Found found = Found::nothing;
+        KernelGate gate = KERNEL_GATE_BLOCKED;
+        std::optional<GateMaps> others{};  // its program's, unless they are these
+    };
+    std::optional<Before> lookAt(const Line& line, std::string& error) const;
     bool enter(const Line& line, KernelGate gate, Found found, std::string& error);
     bool attachPrograms(unsigned ifIndex, std::string& error);
     bool writeRules(unsigned ifId, const KernelRules& rules);
