@@ -203,8 +203,10 @@ TEST_F(KernelRestartTest, MapsThatALineHasLeftForgetItsInterface) {
         EXPECT_FALSE(mapsOn(line).sameAs(earlier));
         EXPECT_FALSE(earlier.lineOf(ifIndex)) << line;
         EXPECT_EQ(mapsOn(line).lineOf(ifIndex), line);
+        EXPECT_TRUE(engine->inOwnMaps(ifIndex));
     }
     EXPECT_EQ(earlier.lineOf(LineNet::index("dsl4")), 4U);
+    EXPECT_FALSE(engine->inOwnMaps(LineNet::index("dsl4")));
 }
 
 TEST_F(KernelRestartTest, AProcessKilledHalfWayThroughIsTakenOverFromBothSets) {
@@ -339,6 +341,7 @@ TEST_F(KernelRestartTest, HalfAGateIsFoundAndFreed) {
     ASSERT_EQ(strays, (std::vector<unsigned>{LineNet::index("dsl2"), LineNet::index("dsl3")}));
     for (const unsigned stray : strays) {
         std::string error;
+        EXPECT_TRUE(engine->inOwnMaps(stray));
         EXPECT_TRUE(engine->freeStray(stray, error)) << error;
         EXPECT_FALSE(node::attachedProgram(stray, Direction::fromSubscriber));
         EXPECT_FALSE(node::attachedProgram(stray, Direction::toSubscriber));
@@ -423,6 +426,7 @@ TEST_F(KernelRestartTest, WithThreeCapabilitiesPinsAreNeededToFindEarlierGates) 
         EXPECT_EQ(engine->gate(1), Gate::open);
         EXPECT_EQ(engine.attach(3), Found::own);
         EXPECT_EQ(engine->gate(3), Gate::blocked);
+        EXPECT_TRUE(engine->inOwnMaps(LineNet::index("dsl2")));
     }));
     // Pins are also made of maps that were found without.
     for (const char* pin :
@@ -455,6 +459,7 @@ TEST_F(KernelRestartTest, WithThreeCapabilitiesPinsAreNeededToFindEarlierGates) 
         Engine engine(4);
         EXPECT_EQ(engine.attach(1), Found::unreadable);
         EXPECT_EQ(engine->gate(1), Gate::blocked);
+        EXPECT_FALSE(engine->inOwnMaps(LineNet::index("dsl2")));
     }));
     EXPECT_EQ(umount(pins.c_str()), 0);
     std::filesystem::remove(pins);

@@ -34,6 +34,8 @@ public:
     bool complete() const;
     uint32_t layout() const;  // 0: none
     bool sameAs(const GateMaps&) const;
+    // Whether the program uses this set; empty when it cannot be read.
+    std::optional<bool> usedBy(uint32_t programId) const;
     uint32_t id() const;  // of the set as long as it is there; 0: none
 
     // Any layout. Empty: no line has that interface. Numbers unknown here are blocked.

@@ -557,6 +557,14 @@ std::vector<unsigned> KernelEngine::strays() const {
     return found;
 }
 
+bool KernelEngine::inOwnMaps(unsigned ifIndex) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return std::any_of(std::begin(directions), std::end(directions), [&](Direction direction) {
+        const auto id = attachedProgram(ifIndex, direction);
+        return id && maps_.usedBy(*id).value_or(maps_.lineOf(ifIndex).has_value());
+    });
+}
+
 bool KernelEngine::freeStray(unsigned ifIndex, std::string& error) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (!isStray(ifIndex)) {

@@ -52,6 +52,9 @@ public:
     bool detach(unsigned ifId, std::string& error);
     // Interfaces that have a gate which this process has not attached, whoever did.
     std::vector<unsigned> strays() const;
+    // Whether such a gate is in the maps of this process. One that cannot be read is when they
+    // have a line for its interface.
+    bool inOwnMaps(unsigned ifIndex) const;
     bool freeStray(unsigned ifIndex, std::string& error);
 
     bool inPlace(unsigned ifId) const override;
