@@ -15,7 +15,8 @@
 //   it lost its link since: then somebody else may be at its end.
 // - Whoever restarts has no requests open: a gate found pending or rejected is blocked.
 // - A frame sent through the gate again passes the program again and would be counted twice;
-//   the record counts such frames, and totals() takes them off.
+//   the record counts such frames, and totals() takes them off. So none is sent while the program
+//   is not there.
 // - What an earlier process made of the frames it was handed died with its ports. totals() counts
 //   them as the program can tell: sent on, or dropped while a request was open. Frames it never
 //   read wait in the ring buffer; whoever gets them now counts them.
@@ -469,6 +470,10 @@ bool KernelEngine::reinject(unsigned ifId, std::span<const uint8_t> frame, std::
     const std::lock_guard<std::mutex> lock(mutex_);
     if (gate(ifId) != Gate::open) {
         error = "the gate of line " + std::to_string(ifId) + " is not open";
+        return false;
+    }
+    if (!inPlace(ifId)) {
+        error = "somebody took the gate of line " + std::to_string(ifId) + " off";
         return false;
     }
     std::vector<uint8_t> whole(frame.begin(), frame.end());
