@@ -55,8 +55,10 @@ public:
     // Rules and traps of an earlier process are gone afterwards, its gate is as Found says.
     // Frames that waited are given out by the next poll(), and nothing else announces them.
     virtual std::optional<Found> attach(const Line& line, std::string& error) = 0;
-    // Whether the interface still has the gate that attach() put there.
+    // False when the interface surely has not the gate any more that attach() put there.
     virtual bool inPlace(unsigned ifId) const = 0;
+    // Puts it there again. Gate, rules and traps are what they are, whoever moves them meanwhile.
+    virtual bool restore(unsigned ifId, std::string& error) = 0;
     // False: no such line.
     virtual bool setGate(unsigned ifId, Gate gate) = 0;
     virtual Gate gate(unsigned ifId) const = 0;

@@ -156,11 +156,16 @@ std::vector<LiveEngine::Stray> LiveEngine::strays() const {
     return found;
 }
 
+// A gate in other maps may be that of a node that is down just now.
 void LiveEngine::treatStrays(bool freeThem) {
     for (const auto& [ifIndex, lock] : strays()) {
         std::string error;
         const std::string name = nameOf(ifIndex);
-        if (!freeThem) {
+        if (!gates_->inOwnMaps(ifIndex)) {
+            log_.line("device", name +
+                                    ": keeps the gate of an earlier run, or of another node that "
+                                    "does not run; talnode --release frees it");
+        } else if (!freeThem) {
             log_.line("device", name +
                                     ": keeps the gate of an earlier run though no line has it now; "
                                     "free-removed = true in [engine], or talnode --release, "

@@ -104,7 +104,10 @@ void LiveLines::end() {
     for (const Line& line : lines_) {
         engine_->gateBy(line.ifId, nullptr);
     }
-    loop_->cancel(*nextLook_);
+    if (nextLook_) {
+        loop_->cancel(*nextLook_);
+        nextLook_.reset();
+    }
     engine_ = nullptr;
 }
 
@@ -191,17 +194,18 @@ void LiveLines::lookAt(const Line& line) {
     }
 }
 
-// What was decided about the line holds; only its interface was without a gate for a while.
+// What was decided about the line holds, and may be decided anew meanwhile by another thread; only
+// its interface was without a gate for a while.
 void LiveLines::restore(const Line& line) {
     const LinkState link = states_[line.ifId].link;
     log_.line(line.ifId, "device", line.device + ": WITHOUT A GATE: somebody took it off");
     std::string error;
-    if (put(line, link, error)) {
-        engine_->renewGate(line.ifId);
-        gates_.poll();
+    if (gates_.restore(line.ifId, error)) {
+        log_.line(line.ifId, "device", line.device + ": gate put on again");
         return;
     }
     log_.line(line.ifId, "device", line.device + ": WITHOUT A GATE: " + error);
+    states_[line.ifId].attached = false;
     if (link.up) {
         setLink_(line.ifId, false);
     }

@@ -3,10 +3,12 @@
 #include <bpf/libbpf.h>
 #include <gtest/gtest.h>
 #include <linux/pkt_cls.h>
+#include <sys/resource.h>
 
 #include <array>
 #include <iterator>
 
+#include "node/engine/kernel/tc_hook.h"
 #include "tests/kernel/engine_fixture.h"
 #include "tests/kernel/test_run.h"
 #include "tests/unit/node/condition_builder.h"
@@ -175,6 +177,7 @@ TEST_F(KernelGateTest, ALineThatWasNeverAttachedIsRefused) {
         EXPECT_FALSE(engine->setRules(ifId, {})) << ifId;
         EXPECT_FALSE(engine->linkDown(ifId, 1)) << ifId;
         EXPECT_FALSE(engine->reinject(ifId, numbered(1), error)) << ifId;
+        EXPECT_FALSE(engine->restore(ifId, error)) << ifId;
         EXPECT_EQ(engine->gate(ifId), Gate::blocked) << ifId;
     }
     for (const unsigned ifId : {0U, 128U, 1000U}) {
@@ -210,12 +213,76 @@ TEST_F(KernelGateTest, DetachingFreesTheInterfaceAndForgetsTheLine) {
     EXPECT_FALSE(core.receive(std::chrono::milliseconds(50)));
 }
 
-// Somebody else's program on the same hook, which drops everything.
-bool attachDropper(unsigned ifIndex) {
+// A program of somebody else, which drops everything.
+int dropper() {
     const bpf_insn instructions[] = {{BPF_ALU64 | BPF_MOV | BPF_K, 0, 0, 0, TC_ACT_SHOT},
                                      {BPF_JMP | BPF_EXIT, 0, 0, 0, 0}};
-    const node::Fd program(bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "dropper", "unspecified",
-                                         instructions, std::size(instructions), nullptr));
+    return bpf_prog_load(BPF_PROG_TYPE_SCHED_CLS, "dropper", "unspecified", instructions,
+                         std::size(instructions), nullptr);
+}
+
+TEST_F(KernelGateTest, AGateIsMissingOnlyWhereTheKernelSaysSo) {
+    const LineNet net(4);
+    Engine engine(4);
+    for (unsigned line = 1; line <= 4; ++line) {
+        engine.attach(line);
+        ASSERT_TRUE(engine->inPlace(line));
+    }
+    run("tc qdisc del dev dsl1 clsact && tc filter del dev dsl2 ingress && "
+        "tc filter del dev dsl3 egress && ip link del dsl4");
+    for (const unsigned line : {1U, 2U, 3U}) {
+        EXPECT_FALSE(engine->inPlace(line)) << line;
+    }
+    EXPECT_TRUE(engine->inPlace(4)) << "its interface is gone, and that is told otherwise";
+    std::string error;
+    ASSERT_TRUE(engine->restore(1, error)) << error;
+    ASSERT_TRUE(engine->inPlace(1));
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_TRUE(engine->inPlace(1)) << "nothing can be asked without a descriptor";
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    const node::Fd other(dropper());
+    ASSERT_TRUE(node::attachProgram(LineNet::index("dsl1"), node::Direction::fromSubscriber,
+                                    other.get(), error))
+        << error;
+    EXPECT_FALSE(engine->inPlace(1)) << "another program is there";
+}
+
+TEST_F(KernelGateTest, AGateThatIsPutOnAgainIsWhatItWas) {
+    const LineNet net(2);
+    Engine engine(2);
+    const ittalCondition every = anyFrame();
+    for (const unsigned line : {1U, 2U}) {
+        engine.attach(line);
+        ASSERT_TRUE(engine->setRules(line, std::span(&every, 1)));
+    }
+    ASSERT_TRUE(engine->setGate(1, Gate::open));
+    ASSERT_TRUE(engine->arm(2, 3));
+    run("tc filter del dev dsl1 ingress && tc filter del dev dsl2 egress");
+    std::string error;
+    for (const unsigned line : {1U, 2U}) {
+        EXPECT_FALSE(engine->inPlace(line));
+        ASSERT_TRUE(engine->restore(line, error)) << error;
+        EXPECT_TRUE(engine->inPlace(line));
+    }
+    RawSocket one(LineNet::subscriber(1)), two(LineNet::subscriber(2)), core("core");
+    two.send(numbered(1));
+    ASSERT_TRUE(eventually([&] { return engine->poll() == 1; })) << "armed as before";
+    one.send(numbered(2));
+    EXPECT_EQ(nextNumber(core), 2U);
+    EXPECT_EQ(engine->gate(1), Gate::open);
+    EXPECT_EQ(engine->gate(2), Gate::blocked);
+    ASSERT_TRUE(engine->setGate(1, Gate::blocked));
+    ASSERT_TRUE(engine->arm(1));
+    one.send(numbered(3));
+    ASSERT_TRUE(eventually([&] { return engine->poll() == 1; })) << "the rules are there";
+}
+
+// Somebody else's program on the same hook.
+bool attachDropper(unsigned ifIndex) {
+    const node::Fd program(dropper());
     bpf_tc_hook hook{};
     hook.sz = sizeof hook;
     hook.ifindex = static_cast<int>(ifIndex);

@@ -149,6 +149,23 @@ TEST_F(KernelReinjectTest, AGateThatIsNotOpenTakesNoFrame) {
     EXPECT_EQ(engine->totals(1).counters[KERNEL_FRAMES_SEEN], 0U);
 }
 
+TEST_F(KernelReinjectTest, AnInterfaceWhoseGateWasTakenOffTakesNoFrameAndCountsNone) {
+    const LineNet net(1);
+    Engine engine(1);
+    engine.attach(1);
+    ASSERT_TRUE(engine->setGate(1, Gate::open));
+    run("tc filter del dev dsl1 ingress");
+    RawSocket core("core");
+    std::string error;
+    EXPECT_FALSE(engine->reinject(1, numbered(1), error));
+    EXPECT_NE(error.find("took the gate of line 1 off"), std::string::npos) << error;
+    EXPECT_EQ(engine->totals(1).counters[KERNEL_FRAMES_SEEN], 0U);
+    EXPECT_EQ(engine->totals(1).counters[KERNEL_FORWARDED], 0U);
+    ASSERT_TRUE(engine->restore(1, error)) << error;
+    EXPECT_TRUE(engine->reinject(1, numbered(2), error)) << error;
+    EXPECT_EQ(nextNumber(core), 2U) << "and not the first";
+}
+
 TEST_F(KernelReinjectTest, AFrameTheKernelCannotTakeIsAnErrorAndCountsNothing) {
     const LineNet net(1);
     Engine engine(1);

@@ -183,6 +183,32 @@ TEST_F(KernelRestartTest, MapsOfAnotherLayoutGiveTheirGatesAndNothingElse) {
     EXPECT_EQ(engine->totals(1).counters[KERNEL_FORWARDED], 0U);
 }
 
+TEST_F(KernelRestartTest, MapsThatALineHasLeftForgetItsInterface) {
+    const LineNet net(4);
+    earlierProcess();
+    const GateMaps earlier = mapsOn(1);
+    const std::string claimedByOthers = "maps " + std::to_string(earlier.id());
+    std::string error;
+    const std::vector<unsigned> interfaces{LineNet::index("dsl1")};
+    const auto engine = KernelEngine::start(
+        interfaces,
+        {.pinDirectory = {},
+         .claim = [&](const std::string& maps) { return maps != claimedByOthers; }},
+        [](unsigned, std::span<const uint8_t>) {}, error);
+    ASSERT_TRUE(engine) << error;
+    for (const unsigned line : {1U, 2U, 3U}) {
+        const unsigned ifIndex = LineNet::index(LineNet::access(line));
+        ASSERT_EQ(earlier.lineOf(ifIndex), line);
+        EXPECT_TRUE(engine->attach({.ifId = line, .ifIndex = ifIndex}, error)) << error;
+        EXPECT_FALSE(mapsOn(line).sameAs(earlier));
+        EXPECT_FALSE(earlier.lineOf(ifIndex)) << line;
+        EXPECT_EQ(mapsOn(line).lineOf(ifIndex), line);
+        EXPECT_TRUE(engine->inOwnMaps(ifIndex));
+    }
+    EXPECT_EQ(earlier.lineOf(LineNet::index("dsl4")), 4U);
+    EXPECT_FALSE(engine->inOwnMaps(LineNet::index("dsl4")));
+}
+
 TEST_F(KernelRestartTest, AProcessKilledHalfWayThroughIsTakenOverFromBothSets) {
     const LineNet net(4);
     earlierProcess();
@@ -315,6 +341,7 @@ TEST_F(KernelRestartTest, HalfAGateIsFoundAndFreed) {
     ASSERT_EQ(strays, (std::vector<unsigned>{LineNet::index("dsl2"), LineNet::index("dsl3")}));
     for (const unsigned stray : strays) {
         std::string error;
+        EXPECT_TRUE(engine->inOwnMaps(stray));
         EXPECT_TRUE(engine->freeStray(stray, error)) << error;
         EXPECT_FALSE(node::attachedProgram(stray, Direction::fromSubscriber));
         EXPECT_FALSE(node::attachedProgram(stray, Direction::toSubscriber));
@@ -353,6 +380,25 @@ TEST_F(KernelRestartTest, AnInterfaceWithAnIngressQdiscIsRefusedAndLeftAlone) {
     EXPECT_EQ(engine.attach(1), Found::nothing);
 }
 
+TEST_F(KernelRestartTest, ALineThatCannotMoveToAnotherInterfaceStaysWhereItIs) {
+    const LineNet net(2);
+    Engine engine(2);
+    engine.attach(1);
+    ASSERT_TRUE(engine->setRules(1, everything));
+    ASSERT_TRUE(engine->setGate(1, Gate::open));
+    run("tc qdisc add dev dsl2 ingress");
+    std::string error;
+    EXPECT_FALSE(engine->attach({.ifId = 1, .ifIndex = LineNet::index("dsl2")}, error));
+    EXPECT_EQ(engine->gate(1), Gate::open);
+    RawSocket subscriber("sub1"), core("core");
+    subscriber.send(numbered(1));
+    EXPECT_EQ(nextNumber(core), 1U);
+    ASSERT_TRUE(engine->setGate(1, Gate::blocked));
+    ASSERT_TRUE(engine->arm(1));
+    subscriber.send(numbered(2));
+    EXPECT_TRUE(eventually([&] { return engine->poll() == 1; })) << "its rules are there";
+}
+
 TEST_F(KernelRestartTest, BothDirectionsOfALineHaveTheirOwnPrograms) {
     const LineNet net(1);
     Engine engine(1);
@@ -380,6 +426,7 @@ TEST_F(KernelRestartTest, WithThreeCapabilitiesPinsAreNeededToFindEarlierGates) 
         EXPECT_EQ(engine->gate(1), Gate::open);
         EXPECT_EQ(engine.attach(3), Found::own);
         EXPECT_EQ(engine->gate(3), Gate::blocked);
+        EXPECT_TRUE(engine->inOwnMaps(LineNet::index("dsl2")));
     }));
     // Pins are also made of maps that were found without.
     for (const char* pin :
@@ -412,6 +459,7 @@ TEST_F(KernelRestartTest, WithThreeCapabilitiesPinsAreNeededToFindEarlierGates) 
         Engine engine(4);
         EXPECT_EQ(engine.attach(1), Found::unreadable);
         EXPECT_EQ(engine->gate(1), Gate::blocked);
+        EXPECT_FALSE(engine->inOwnMaps(LineNet::index("dsl2")));
     }));
     EXPECT_EQ(umount(pins.c_str()), 0);
     std::filesystem::remove(pins);

@@ -279,6 +279,26 @@ TEST_F(LiveProcess, ReleasingADeviceOfAnEarlierNodeLeavesTheNodeOnTheOtherOneAlo
     EXPECT_EQ(nextOf(core), 5U);
 }
 
+TEST_F(LiveProcess, GateOfAnotherNodeThatIsDownIsFreedOnlyByRelease) {
+    const LineNet net(2);
+    RawSocket two(LineNet::subscriber(2)), core = listenOn("core");
+    const TempDir otherDir;
+    { const LiveNode first(dir, liveConfig(1)), second(otherDir, onSecondDevice()); }
+    const std::string frees = "[engine]\nfree-removed = true\n";
+    {
+        const LiveNode node(dir, liveConfig(1, "unknown = \"accept\"\n", "", frees));
+        ASSERT_TRUE(node.says("dsl2: keeps the gate of an earlier run, or of another node"));
+        two.send(other(1));
+        EXPECT_EQ(nextOf(core, aMoment), 0U);
+    }
+    const Ended ended =
+        runToEnd({TALNODE, "--release", "--config", dir.write("node.toml", liveConfig(1))});
+    EXPECT_EQ(ended.code, 0) << ended.text;
+    EXPECT_NE(ended.text.find("dsl2: freed, no line has it now"), std::string::npos) << ended.text;
+    two.send(other(2));
+    EXPECT_EQ(nextOf(core), 2U);
+}
+
 TEST_F(LiveProcess, ProgramOfSomebodyElseInTheSamePlaceIsLeftAlone) {
     const LineNet net(1);
     const bpf_insn pass[] = {{BPF_ALU64 | BPF_MOV | BPF_K, 0, 0, 0, TC_ACT_UNSPEC},

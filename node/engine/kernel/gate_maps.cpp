@@ -5,6 +5,7 @@
 
 #include <bpf/bpf.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -23,6 +24,24 @@ std::optional<bpf_map_info> infoOf(int map) {
         return std::nullopt;
     }
     return info;
+}
+
+struct Used {
+    std::string program;
+    std::vector<uint32_t> ids;  // of its maps
+};
+
+std::optional<Used> mapsOf(const Fd& program) {
+    std::vector<uint32_t> ids(maxMaps);
+    bpf_prog_info info{};
+    info.nr_map_ids = maxMaps;
+    info.map_ids = reinterpret_cast<uintptr_t>(ids.data());
+    uint32_t size = sizeof info;
+    if (!program || bpf_obj_get_info_by_fd(program.get(), &info, &size) != 0) {
+        return std::nullopt;
+    }
+    ids.resize(std::min(info.nr_map_ids, maxMaps));
+    return Used{info.name, std::move(ids)};
 }
 
 std::string pinPath(const std::string& directory, GateMaps::Map map) {
@@ -52,18 +71,13 @@ GateMaps::Owner GateMaps::ownerOf(uint32_t programId) {
 std::optional<GateMaps> GateMaps::ofProgram(uint32_t programId, bool& refused) {
     const Fd program(bpf_prog_get_fd_by_id(programId));
     refused = !program && errno == EPERM;
-    std::array<uint32_t, maxMaps> ids{};
-    bpf_prog_info info{};
-    info.nr_map_ids = maxMaps;
-    info.map_ids = reinterpret_cast<uintptr_t>(ids.data());
-    uint32_t size = sizeof info;
-    if (!program || bpf_obj_get_info_by_fd(program.get(), &info, &size) != 0 ||
-        programName != info.name) {
+    const auto used = mapsOf(program);
+    if (!used || programName != used->program) {
         return std::nullopt;
     }
     GateMaps maps;
-    for (uint32_t i = 0; i < info.nr_map_ids && i < maxMaps; ++i) {
-        Fd map(bpf_map_get_fd_by_id(ids[i]));
+    for (const uint32_t id : used->ids) {
+        Fd map(bpf_map_get_fd_by_id(id));
         const auto mapInfo = infoOf(map.get());
         for (size_t kind = 0; mapInfo && kind < mapCount; ++kind) {
             if (name(static_cast<Map>(kind)) == mapInfo->name) {
@@ -118,6 +132,14 @@ uint32_t GateMaps::id() const {
     return info ? info->id : 0;
 }
 
+std::optional<bool> GateMaps::usedBy(uint32_t programId) const {
+    const auto used = mapsOf(Fd(bpf_prog_get_fd_by_id(programId)));
+    if (!used) {
+        return std::nullopt;
+    }
+    return std::find(used->ids.begin(), used->ids.end(), id()) != used->ids.end();
+}
+
 bool GateMaps::sameAs(const GateMaps& other) const {
     return id() != 0 && id() == other.id();
 }
@@ -130,6 +152,12 @@ std::optional<uint32_t> GateMaps::lineOf(unsigned ifIndex) const {
         return std::nullopt;
     }
     return line;
+}
+
+void GateMaps::forget(unsigned ifIndex) const {
+    if (lineOf(ifIndex)) {
+        bpf_map_delete_elem(fd(slots), &ifIndex);
+    }
 }
 
 std::vector<uint8_t> GateMaps::recordOf(unsigned ifIndex) const {

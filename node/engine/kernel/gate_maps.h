@@ -34,11 +34,15 @@ public:
     bool complete() const;
     uint32_t layout() const;  // 0: none
     bool sameAs(const GateMaps&) const;
+    // Whether the program uses this set; empty when it cannot be read.
+    std::optional<bool> usedBy(uint32_t programId) const;
     uint32_t id() const;  // of the set as long as it is there; 0: none
 
     // Any layout. Empty: no line has that interface. Numbers unknown here are blocked.
     std::optional<uint32_t> lineOf(unsigned ifIndex) const;
     KernelGate gateOf(unsigned ifIndex) const;
+    // From here on no line of this set has that interface.
+    void forget(unsigned ifIndex) const;
 
     // Empty for other layouts than this one.
     std::optional<uint32_t> carrierDownsOf(unsigned ifIndex) const;

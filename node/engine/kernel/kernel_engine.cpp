@@ -2,16 +2,21 @@
 // call. Decisions:
 // - The programs are always this build's; only maps are taken over, when their layout is this
 //   build's too. attach() exchanges the program of an interface in one step, so a line is never
-//   without a gate. A line in maps of another layout takes its gate along, before the exchange.
+//   without a gate. A line in maps of another layout takes its gate along, before the exchange;
+//   afterwards those maps forget its interface, or whoever uses them later would find what was
+//   decided then.
 // - A process that ran on two interfaces leaves one set of maps on both. Whoever comes first for
 //   either takes the set; a second process on the other makes its own, or each would hear the
 //   other's frames and one's record would open the other's gate.
 // - A line is entered in the maps before its program is attached: what has no record is closed.
+//   The hook comes even before, as it may be refused and entering a line takes its record
+//   from the interface that it had.
 // - A gate that stayed open while no process watched stays open, unless the interface says that
 //   it lost its link since: then somebody else may be at its end.
 // - Whoever restarts has no requests open: a gate found pending or rejected is blocked.
 // - A frame sent through the gate again passes the program again and would be counted twice;
-//   the record counts such frames, and totals() takes them off.
+//   the record counts such frames, and totals() takes them off. So none is sent while the program
+//   is not there.
 // - What an earlier process made of the frames it was handed died with its ports. totals() counts
 //   them as the program can tell: sent on, or dropped while a request was open. Frames it never
 //   read wait in the ring buffer; whoever gets them now counts them.
@@ -88,6 +93,21 @@ bool hasProgram(unsigned ifIndex, bool ofNode) {
                        [&](Direction direction) { return hasProgram(ifIndex, direction, ofNode); });
 }
 
+bool hasOthersProgram(unsigned ifIndex, std::string& error) {
+    if (!hasProgram(ifIndex, false)) {
+        return false;
+    }
+    error = "interface " + std::to_string(ifIndex) + ": another program is attached";
+    return true;
+}
+
+// 0: cannot be told.
+uint32_t idOf(int program) {
+    bpf_prog_info info{};
+    uint32_t size = sizeof info;
+    return bpf_obj_get_info_by_fd(program, &info, &size) == 0 ? info.id : 0;
+}
+
 bpf_map* mapOf(bpf_object* object, GateMaps::Map map) {
     return bpf_object__find_map_by_name(object, std::string(GateMaps::name(map)).c_str());
 }
@@ -147,7 +167,8 @@ void KernelEngine::findMaps(std::span<const unsigned> interfaces) {
 bool KernelEngine::load(std::span<const unsigned> interfaces, std::string& error) {
     findMaps(interfaces);
     const bool found = maps_.complete();
-    if (!loadPrograms(found, error) || (!found && !takeNewMaps(error)) || !shareLines(error)) {
+    if (!loadPrograms(found, error) || !readProgramIds(error) || (!found && !takeNewMaps(error)) ||
+        !shareLines(error)) {
         return false;
     }
     return pinned_ || options_.pinDirectory.empty() || maps_.pin(options_.pinDirectory, error);
@@ -224,33 +245,39 @@ bool KernelEngine::known(unsigned ifId) const {
     return ifId < KERNEL_LINES && attached_[ifId];
 }
 
-std::optional<KernelEngine::Found> KernelEngine::lookAt(const Line& line, KernelGate& gate,
-                                                        std::string& error) const {
-    gate = KERNEL_GATE_BLOCKED;
-    if (hasProgram(line.ifIndex, false)) {
-        error = "interface " + std::to_string(line.ifIndex) + ": another program is attached";
+std::optional<KernelEngine::Before> KernelEngine::lookAt(const Line& line,
+                                                         std::string& error) const {
+    if (hasOthersProgram(line.ifIndex, error)) {
         return std::nullopt;
     }
+    Before before;
     const auto id = attachedProgram(line.ifIndex, Direction::fromSubscriber);
     if (!id) {
-        return Found::nothing;
+        return before;
     }
     bool refused = false;
-    const auto there = GateMaps::ofProgram(*id, refused);
+    auto there = GateMaps::ofProgram(*id, refused);
     const bool ours = there ? there->sameAs(maps_) : maps_.lineOf(line.ifIndex).has_value();
-    const GateMaps* source = ours ? &maps_ : there ? &*there : older_ ? &*older_ : nullptr;
+    if (!ours) {
+        before.others = std::move(there);
+    }
+    const GateMaps* source = ours            ? &maps_
+                             : before.others ? &*before.others
+                             : older_        ? &*older_
+                                             : nullptr;
     if (source == nullptr) {
-        return Found::unreadable;
+        before.found = Found::unreadable;
+        return before;
     }
     if (source->lineOf(line.ifIndex) != line.ifId) {
-        return Found::nothing;  // another line's gate: nothing was decided about this one
+        return before;  // another line's gate: nothing was decided about this one
     }
-    gate = source->gateOf(line.ifIndex);
+    before.gate = source->gateOf(line.ifIndex);
     const auto downs = source->carrierDownsOf(line.ifIndex);
-    if (downs && *downs != line.carrierDowns) {
-        return Found::linkLost;
-    }
-    return ours ? Found::own : Found::older;
+    before.found = downs && *downs != line.carrierDowns ? Found::linkLost
+                   : ours                               ? Found::own
+                                                        : Found::older;
+    return before;
 }
 
 bool KernelEngine::enter(const Line& line, KernelGate gate, Found found, std::string& error) {
@@ -282,6 +309,11 @@ bool KernelEngine::enter(const Line& line, KernelGate gate, Found found, std::st
     return true;
 }
 
+bool KernelEngine::attachPrograms(unsigned ifIndex, std::string& error) {
+    return attachProgram(ifIndex, Direction::fromSubscriber, programFd("talIngress"), error) &&
+           attachProgram(ifIndex, Direction::toSubscriber, programFd("talEgress"), error);
+}
+
 std::optional<KernelEngine::Found> KernelEngine::attach(const Line& line, std::string& error) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (line.ifId == 0 || line.ifId >= KERNEL_LINES || line.ifIndex == 0) {
@@ -289,17 +321,21 @@ std::optional<KernelEngine::Found> KernelEngine::attach(const Line& line, std::s
                 std::to_string(line.ifIndex);
         return std::nullopt;
     }
-    KernelGate gate = KERNEL_GATE_BLOCKED;
-    const auto found = lookAt(line, gate, error);
-    if (!found || !enter(line, gate, *found, error) ||
-        !attachProgram(line.ifIndex, Direction::fromSubscriber, programFd("talIngress"), error) ||
-        !attachProgram(line.ifIndex, Direction::toSubscriber, programFd("talEgress"), error)) {
+    const auto before = lookAt(line, error);
+    if (!before || !makeHook(line.ifIndex, error) ||
+        !enter(line, before->gate, before->found, error) || !attachPrograms(line.ifIndex, error)) {
         return std::nullopt;
+    }
+    if (before->others) {
+        before->others->forget(line.ifIndex);
+    }
+    if (older_) {
+        older_->forget(line.ifIndex);
     }
     if (!attached_[line.ifId].exchange(true)) {
         countBefore(line.ifId);
     }
-    return found;
+    return before->found;
 }
 
 // The line has no traps now: what waits in the ring buffer is all that this process will get of
@@ -352,10 +388,14 @@ void KernelEngine::forget(unsigned ifIndex) {
     storeWord<uint32_t>(entry.ifIndex, 0);
 }
 
-uint32_t KernelEngine::programId(const char* name) const {
-    bpf_prog_info info{};
-    uint32_t size = sizeof info;
-    return bpf_obj_get_info_by_fd(programFd(name), &info, &size) == 0 ? info.id : 0;
+bool KernelEngine::readProgramIds(std::string& error) {
+    ingressId_ = idOf(programFd("talIngress"));
+    egressId_ = idOf(programFd("talEgress"));
+    if (ingressId_ == 0 || egressId_ == 0) {
+        error = std::string("the programs' numbers: ") + std::strerror(errno);
+        return false;
+    }
+    return true;
 }
 
 bool KernelEngine::inPlace(unsigned ifId) const {
@@ -363,8 +403,18 @@ bool KernelEngine::inPlace(unsigned ifId) const {
         return false;
     }
     const unsigned ifIndex = loadWord(record(ifId).ifIndex);
-    return attachedProgram(ifIndex, Direction::fromSubscriber) == programId("talIngress") &&
-           attachedProgram(ifIndex, Direction::toSubscriber) == programId("talEgress");
+    return !isWithout(ifIndex, Direction::fromSubscriber, ingressId_) &&
+           !isWithout(ifIndex, Direction::toSubscriber, egressId_);
+}
+
+bool KernelEngine::restore(unsigned ifId, std::string& error) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (!known(ifId)) {
+        error = "line " + std::to_string(ifId) + " has no gate";
+        return false;
+    }
+    const unsigned ifIndex = loadWord(record(ifId).ifIndex);
+    return !hasOthersProgram(ifIndex, error) && attachPrograms(ifIndex, error);
 }
 
 bool KernelEngine::setGate(unsigned ifId, Gate gate) {
@@ -420,6 +470,10 @@ bool KernelEngine::reinject(unsigned ifId, std::span<const uint8_t> frame, std::
     const std::lock_guard<std::mutex> lock(mutex_);
     if (gate(ifId) != Gate::open) {
         error = "the gate of line " + std::to_string(ifId) + " is not open";
+        return false;
+    }
+    if (!inPlace(ifId)) {
+        error = "somebody took the gate of line " + std::to_string(ifId) + " off";
         return false;
     }
     std::vector<uint8_t> whole(frame.begin(), frame.end());
@@ -506,6 +560,14 @@ std::vector<unsigned> KernelEngine::strays() const {
         if_freenameindex(names);
     }
     return found;
+}
+
+bool KernelEngine::inOwnMaps(unsigned ifIndex) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return std::any_of(std::begin(directions), std::end(directions), [&](Direction direction) {
+        const auto id = attachedProgram(ifIndex, direction);
+        return id && maps_.usedBy(*id).value_or(maps_.lineOf(ifIndex).has_value());
+    });
 }
 
 bool KernelEngine::freeStray(unsigned ifIndex, std::string& error) {

@@ -52,9 +52,13 @@ public:
     bool detach(unsigned ifId, std::string& error);
     // Interfaces that have a gate which this process has not attached, whoever did.
     std::vector<unsigned> strays() const;
+    // Whether such a gate is in the maps of this process. One that cannot be read is when they
+    // have a line for its interface.
+    bool inOwnMaps(unsigned ifIndex) const;
     bool freeStray(unsigned ifIndex, std::string& error);
 
     bool inPlace(unsigned ifId) const override;
+    bool restore(unsigned ifId, std::string& error) override;
     bool setGate(unsigned ifId, Gate gate) override;
     Gate gate(unsigned ifId) const override;
     bool linkDown(unsigned ifId, uint32_t carrierDowns) override;
@@ -78,11 +82,17 @@ private:
     bool shareLines(std::string& error);
     bool openEvents(std::string& error);
     int programFd(const char* name) const;
-    uint32_t programId(const char* name) const;
+    bool readProgramIds(std::string& error);
     bool known(unsigned ifId) const;
     KernelLineRecord& record(unsigned ifId) const { return lines_[ifId]; }
-    std::optional<Found> lookAt(const Line& line, KernelGate& gate, std::string& error) const;
+    struct Before {  // of an interface that gets its gate
+        Found found = Found::nothing;
+        KernelGate gate = KERNEL_GATE_BLOCKED;
+        std::optional<GateMaps> others{};  // its program's, unless they are these
+    };
+    std::optional<Before> lookAt(const Line& line, std::string& error) const;
     bool enter(const Line& line, KernelGate gate, Found found, std::string& error);
+    bool attachPrograms(unsigned ifIndex, std::string& error);
     bool writeRules(unsigned ifId, const KernelRules& rules);
     KernelCounters sumOf(unsigned ifId) const;
     bool isStray(unsigned ifIndex) const;
@@ -99,6 +109,8 @@ private:
     bool pinned_ = false;            // they are what the pins hold
     std::optional<GateMaps> older_;  // pinned, of another layout
     bpf_object* object_ = nullptr;   // the loaded programs
+    uint32_t ingressId_ = 0;         // of its programs on interfaces
+    uint32_t egressId_ = 0;
     ring_buffer* events_ = nullptr;
     KernelLineRecord* lines_ = nullptr;                       // the kernel's own memory
     std::array<std::atomic<bool>, KERNEL_LINES> attached_{};  // by this process

@@ -42,6 +42,16 @@ std::string describe(const char* what, unsigned ifIndex, int result) {
     return std::string(what) + " interface " + std::to_string(ifIndex) + ": " + libbpfError(result);
 }
 
+std::optional<uint32_t> query(unsigned ifIndex, Direction direction, int& failure) {
+    const LibbpfText quiet;
+    const bpf_tc_hook hook = hookOf(ifIndex, direction);
+    bpf_tc_opts opts = place();
+    failure = bpf_tc_query(&hook, &opts);
+    return failure == 0 ? std::optional(opts.prog_id) : std::nullopt;
+}
+
+}  // namespace
+
 // One that is there already may be of another kind, which libbpf takes for clsact.
 bool makeHook(unsigned ifIndex, std::string& error) {
     const LibbpfText quiet;
@@ -63,16 +73,17 @@ bool makeHook(unsigned ifIndex, std::string& error) {
     return true;
 }
 
-}  // namespace
-
 std::optional<uint32_t> attachedProgram(unsigned ifIndex, Direction direction) {
-    const LibbpfText quiet;
-    const bpf_tc_hook hook = hookOf(ifIndex, direction);
-    bpf_tc_opts opts = place();
-    if (bpf_tc_query(&hook, &opts) != 0) {
-        return std::nullopt;
-    }
-    return opts.prog_id;
+    int failure = 0;
+    return query(ifIndex, direction, failure);
+}
+
+// No qdisc, no filter of the priority, or one of another kind there: EINVAL. None of the handle:
+// ENOENT.
+bool isWithout(unsigned ifIndex, Direction direction, uint32_t program) {
+    int failure = 0;
+    const auto there = query(ifIndex, direction, failure);
+    return there ? *there != program : failure == -EINVAL || failure == -ENOENT;
 }
 
 bool attachProgram(unsigned ifIndex, Direction direction, int program, std::string& error) {

@@ -24,7 +24,7 @@ public:
     };
 
     std::map<unsigned, State> lines;
-    std::vector<std::string> calls;  // attach, linkDown, reinject, in their order
+    std::vector<std::string> calls;  // attach, restore, linkDown, reinject, in their order
     unsigned polls = 0;
     Found finds = Found::nothing;
     bool refusesRules = false;
@@ -52,6 +52,16 @@ public:
     bool inPlace(unsigned ifId) const override {
         const auto found = lines.find(ifId);
         return found != lines.end() && found->second.attached && !found->second.takenOff;
+    }
+    bool restore(unsigned ifId, std::string& error) override {
+        calls.push_back("restore " + std::to_string(ifId));
+        State* const state = find(ifId);
+        error = refuses;
+        if (!state || !refuses.empty()) {
+            return false;
+        }
+        state->takenOff = false;
+        return true;
     }
     bool setGate(unsigned ifId, node::Gate gate) override {
         State* const state = find(ifId);

@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
 #include <sstream>
+#include <stdexcept>
 
 #include "node/engine/bridge.h"
 #include "tests/unit/node_host/fake_gates.h"
@@ -173,18 +175,16 @@ TEST_F(LiveLinesTest, DeviceWithoutAGateHasNoLinkAndIsTriedAgain) {
 
 TEST_F(LiveLinesTest, GateThatSomebodyTookOffIsPutOnAgainAsItWas) {
     open();
+    const unsigned arms = gates.lines[1].arms, rulesWritten = gates.lines[1].rulesWritten;
     gates.lines[1].takenOff = true;
-    loop.at(3s, [this] {
-        EXPECT_THAT(gates.calls, ElementsAre("attach 1 at 10"));
-        EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: somebody took it off"));
-        EXPECT_EQ(gates.gate(1), Gate::open) << "the login is as good as before";
-        EXPECT_THAT(links, IsEmpty());
-        engine.setAdmin(1, false);
-        gates.lines[1].gate = Gate::open;
-        gates.lines[1].takenOff = true;
-    });
     runFor(5s);
-    EXPECT_EQ(gates.gate(1), Gate::blocked);
+    EXPECT_THAT(gates.calls, ElementsAre("restore 1"));
+    EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: somebody took it off"));
+    EXPECT_THAT(out.str(), HasSubstr("veth1: gate put on again"));
+    EXPECT_EQ(gates.gate(1), Gate::open) << "the login is as good as before";
+    EXPECT_EQ(gates.lines[1].arms, arms);
+    EXPECT_EQ(gates.lines[1].rulesWritten, rulesWritten);
+    EXPECT_THAT(links, IsEmpty());
 }
 
 TEST_F(LiveLinesTest, LineWhoseGateCannotBePutBackLosesItsLinkUntilItCan) {
@@ -194,9 +194,11 @@ TEST_F(LiveLinesTest, LineWhoseGateCannotBePutBackLosesItsLinkUntilItCan) {
     loop.at(2500ms, [this] {
         EXPECT_THAT(links, ElementsAre("1 down"));
         EXPECT_THAT(out.str(), HasSubstr("veth1: WITHOUT A GATE: another program is attached"));
+        EXPECT_EQ(gates.gate(1), Gate::blocked);
         gates.refuses.clear();
     });
     runFor(4s);
+    EXPECT_THAT(gates.calls, ElementsAre("restore 1", "attach 1 at 10"));
     EXPECT_THAT(links, ElementsAre("1 down", "1 up"));
 }
 
@@ -233,6 +235,36 @@ TEST_F(LiveLinesTest, AtTheEndTheGatesStayAsTheyAre) {
     lines.changed("veth1", LinkEvent::down, downState);
     EXPECT_EQ(gates.gate(1), Gate::open);
     EXPECT_THAT(gates.calls, IsEmpty());
+}
+
+// Takes back a timer only if it was given.
+class StrictLoop : public node::Loop {
+public:
+    StrictLoop() : node::Loop(node::Pace::instant) {}
+    Timer at(node::Time time, node::Task task) override {
+        return *given.insert(node::Loop::at(time, std::move(task))).first;
+    }
+    void cancel(const Timer& timer) override {
+        cancelled.push_back(given.erase(timer) == 1);
+        node::Loop::cancel(timer);
+    }
+    std::set<Timer> given;
+    std::vector<bool> cancelled;
+};
+
+TEST_F(LiveLinesTest, EndTakesBackOnlyWhatTheBeginningSetUp) {
+    attach(up);
+    StrictLoop strict;
+    const auto fails = [](unsigned, bool) { throw std::runtime_error("no module"); };
+    EXPECT_THROW(lines.begin(engine, strict, fails), std::runtime_error);
+    lines.end();
+    EXPECT_THAT(strict.cancelled, IsEmpty());
+    lines.begin(engine, strict, [](unsigned, bool) {});
+    lines.end();
+    EXPECT_THAT(strict.cancelled, ElementsAre(true));
+    EXPECT_THROW(lines.begin(engine, strict, fails), std::runtime_error);
+    lines.end();
+    EXPECT_THAT(strict.cancelled, ElementsAre(true));
 }
 
 TEST_F(LiveLinesTest, KeptFramesGoOnWhereThereIsADevice) {
