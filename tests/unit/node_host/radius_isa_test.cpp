@@ -269,6 +269,7 @@ TEST_F(KeepTest, AcceptAfterAnOpeningThatTheModuleDidNotTakeOpensTheLine) {
 
 TEST_F(KeepTest, AnswerForALineThatWasOpenedWithoutOneDoesNotDecideTheNextRequest) {
     config.userName = "lines of the first-{interface-number}";
+    config.servers[0].tries = 30;  // only the patience of two seconds ends a request
     server.answersProbes = true;
     replay();
     runFor(3s);
