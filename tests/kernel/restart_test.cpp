@@ -92,6 +92,12 @@ private:
     std::atomic<uint32_t> sent_{0};
 };
 
+std::vector<unsigned> straysOf(Engine& engine) {
+    std::vector<unsigned> strays = engine->strays();
+    std::sort(strays.begin(), strays.end());
+    return strays;
+}
+
 TEST_F(KernelRestartTest, AKilledProcessLeavesOpenLinesOpenAndClosedLinesClosed) {
     const LineNet net(4);
     RawSocket core("core");
@@ -291,8 +297,7 @@ TEST_F(KernelRestartTest, LinesThatAreNoLongerWantedAreFoundAndFreed) {
     Engine engine(4);
     engine.attach(1);
     engine.attach(4);
-    std::vector<unsigned> strays = engine->strays();
-    std::sort(strays.begin(), strays.end());
+    const std::vector<unsigned> strays = straysOf(engine);
     EXPECT_EQ(strays, (std::vector<unsigned>{LineNet::index("dsl2"), LineNet::index("dsl3")}));
     std::string error;
     EXPECT_FALSE(engine->freeStray(LineNet::index("dsl1"), error));
@@ -336,8 +341,7 @@ TEST_F(KernelRestartTest, HalfAGateIsFoundAndFreed) {
     Engine engine(4);
     engine.attach(1);
     engine.attach(4);
-    std::vector<unsigned> strays = engine->strays();
-    std::sort(strays.begin(), strays.end());
+    const std::vector<unsigned> strays = straysOf(engine);
     ASSERT_EQ(strays, (std::vector<unsigned>{LineNet::index("dsl2"), LineNet::index("dsl3")}));
     for (const unsigned stray : strays) {
         std::string error;
